@@ -1,0 +1,28 @@
+// Frame building and reply validation, for the scheduler and reply handling.
+#ifndef KORVAN_CODEC_FRAMES_H
+#define KORVAN_CODEC_FRAMES_H
+
+#include <QtCore/QByteArray>
+
+#include "korvan_qa_qb_series_port.h"
+
+// Results of CheckGetData.
+constexpr int kReplyInvalid = 0;
+constexpr int kReplyStore = 1;       // valid, carries read data to store
+constexpr int kReplyNothingToStore = 2;  // valid, nothing to store (write, or station 0)
+
+// Shortest reply CheckGetData accepts: station, function, byte count, one byte, the CRC.
+constexpr int kMinReplyLength = 6;
+// Reply bytes before the data: station, function code, byte count.
+constexpr int kReplyHeaderLength = 3;
+// Reply bytes around the data: the header and the CRC.
+constexpr int kReplyOverhead = kReplyHeaderLength + 2;
+
+// Judges a reply against the head of requestQueue: 0 invalid (or no request queued), 1 valid
+// with data to store, 2 valid with nothing to store.
+KORVAN_API int CheckGetData(const QByteArray* reply);
+
+// Queues the local read frame for a normalised variable as a one-frame exchange.
+KORVAN_API void read_register(const RW_VAR& var);
+
+#endif

@@ -1,0 +1,50 @@
+// The local read frame. A bit area is requested in bits, while the variable counts 16-bit
+// groups, so its address and count are scaled by 16 on the wire.
+//
+//   station | 0x1E or 0x20 | area code | address (24 bits) | count (16 bits) | CRC lo | CRC hi
+#include "codec/area_codes.h"
+#include "codec/frames.h"
+#include "codec/function_codes.h"
+#include "driver/Communication_Protocol.h"
+#include "driver/areas.h"
+#include "driver/wrapping.h"
+
+namespace {
+
+constexpr int kReadFrameLength = 10;
+constexpr int kBitsPerGroup = 16;
+
+}  // namespace
+
+void read_register(const RW_VAR& var) {
+    const bool bits = static_cast<unsigned int>(var.area) <= static_cast<unsigned int>(kLastBitArea);
+    const unsigned int first = static_cast<unsigned int>(bits ? wrapMul(var.address, kBitsPerGroup) : var.address);
+    const unsigned int units = static_cast<unsigned int>(bits ? wrapMul(var.count, kBitsPerGroup) : var.count);
+
+    unsigned char* f = PLC_driver.frameBuf;
+    f[0] = static_cast<unsigned char>(var.station);
+    f[1] = bits ? kReadBits : kReadWords;
+    f[2] = PLC_driver.register_identifier(static_cast<unsigned char>(var.area));
+    f[3] = static_cast<unsigned char>(first >> 16);
+    f[4] = static_cast<unsigned char>(first >> 8);
+    f[5] = static_cast<unsigned char>(first);
+    f[6] = static_cast<unsigned char>(units >> 8);
+    f[7] = static_cast<unsigned char>(units);
+    const unsigned short crc = CalCRC(f, 8);
+    f[8] = static_cast<unsigned char>(crc);
+    f[9] = static_cast<unsigned char>(crc >> 8);
+
+    Protocol request;
+    request.frame = QByteArray(reinterpret_cast<const char*>(f), kReadFrameLength);
+    request.sendLength = kReadFrameLength;
+    request.dataLength = wrapMul(var.count, 2);
+    request.replyLength = wrapAdd(request.dataLength, kReplyOverhead);
+    request.dataOffset = kReplyHeaderLength;
+    request.var = var;
+    PLC_driver.requestQueue.append(request);
+
+    if (PLC_driver.comInfo != nullptr) {
+        PLC_driver.comInfo->framesInExchange = 1;
+        PLC_driver.comInfo->framesAnswered = 0;
+    }
+}

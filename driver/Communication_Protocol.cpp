@@ -1,0 +1,29 @@
+// The global driver object and the host's local-area pointers.
+//
+// PLC_driver is constructed by the library's static initialiser when the library is loaded and
+// destroyed when it is unloaded; destruction only releases storage (no callback, no frame).
+#include "driver/Communication_Protocol.h"
+
+Communication_Protocol PLC_driver;
+
+void* LB = nullptr;
+void* LW = nullptr;
+void* RWI = nullptr;
+
+void passRetValue(const RW_VAR& from, RW_VAR& to) {
+    to.ownerId = from.ownerId;
+    to.itemId = from.itemId;
+    to.direction = from.direction;
+    to.remoteMode = from.remoteMode;
+    to.port = from.port;
+    to.result = from.result;
+    to.nameText = from.nameText;
+    to.addressText = from.addressText;
+    to.area = from.area;
+    to.address = from.address;
+    to.station = from.station;
+    to.count = from.count;
+    to.mark = from.mark;
+    to.extra = from.extra;
+    to.data.clear();
+}

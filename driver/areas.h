@@ -1,0 +1,21 @@
+// The driver's area numbering, 0..29.
+//
+// 0..13 are bit areas (0 and 1 take octal address texts), 14..28 word areas, and 29 a bit inside
+// a word of area 14, written as word.bit. After normalisation every bit area counts in 16-bit
+// words, and area 29 is read and cached as area 14.
+#ifndef KORVAN_DRIVER_AREAS_H
+#define KORVAN_DRIVER_AREAS_H
+
+constexpr int kFirstOctalArea = 0;
+constexpr int kLastOctalArea = 1;
+constexpr int kLastBitArea = 13;
+constexpr int kFirstWordArea = 14;
+constexpr int kLastWordArea = 28;
+constexpr int kBitOfWordArea = 29;
+// Area whose words hold the bits of area 29.
+constexpr int kBitOfWordHostArea = kFirstWordArea;
+
+constexpr bool isBitArea(int area) { return area >= 0 && area <= kLastBitArea; }
+constexpr bool isOctalArea(int area) { return area >= kFirstOctalArea && area <= kLastOctalArea; }
+
+#endif
