@@ -8,7 +8,7 @@
 
 // Results of CheckGetData.
 constexpr int kReplyInvalid = 0;
-constexpr int kReplyStore = 1;       // valid, carries read data to store
+constexpr int kReplyStore = 1;           // valid, carries read data to store
 constexpr int kReplyNothingToStore = 2;  // valid, nothing to store (write, or station 0)
 
 // Shortest reply CheckGetData accepts: station, function, byte count, one byte, the CRC.

@@ -3,7 +3,9 @@
 #include "driver/wrapping.h"
 #include "korvan_qa_qb_series_port.h"
 
-int DigitalToASCII(int value) { return wrapAdd(value, value <= 9 ? 0x30 : 0x37); }
+int DigitalToASCII(int value) {
+    return wrapAdd(value, value <= 9 ? 0x30 : 0x37);
+}
 
 int ASCIIToDigital(int character) {
     if (character < 0x30 || character == 0x40) {

@@ -17,9 +17,12 @@ constexpr int kBitsPerGroup = 16;
 }  // namespace
 
 void read_register(const RW_VAR& var) {
-    const bool bits = static_cast<unsigned int>(var.area) <= static_cast<unsigned int>(kLastBitArea);
-    const unsigned int first = static_cast<unsigned int>(bits ? wrapMul(var.address, kBitsPerGroup) : var.address);
-    const unsigned int units = static_cast<unsigned int>(bits ? wrapMul(var.count, kBitsPerGroup) : var.count);
+    const bool bits =
+        static_cast<unsigned int>(var.area) <= static_cast<unsigned int>(kLastBitArea);
+    const unsigned int first =
+        static_cast<unsigned int>(bits ? wrapMul(var.address, kBitsPerGroup) : var.address);
+    const unsigned int units =
+        static_cast<unsigned int>(bits ? wrapMul(var.count, kBitsPerGroup) : var.count);
 
     unsigned char* f = PLC_driver.frameBuf;
     f[0] = static_cast<unsigned char>(var.station);

@@ -5,7 +5,7 @@
 
 #include "driver/Communication_Protocol.h"
 
-#define KORVAN_PIN(Type, field, at64, at32)                                               \
+#define KORVAN_PIN(Type, field, at64, at32)                                        \
     static_assert(offsetof(Type, field) == (sizeof(void*) == 8 ? (at64) : (at32)), \
                   #Type "::" #field " moved")
 #define KORVAN_SIZE(Type, size64, size32) \

@@ -15,7 +15,11 @@ constexpr int kBitOfWordArea = 29;
 // Area whose words hold the bits of area 29.
 constexpr int kBitOfWordHostArea = kFirstWordArea;
 
-constexpr bool isBitArea(int area) { return area >= 0 && area <= kLastBitArea; }
-constexpr bool isOctalArea(int area) { return area >= kFirstOctalArea && area <= kLastOctalArea; }
+constexpr bool isBitArea(int area) {
+    return area >= 0 && area <= kLastBitArea;
+}
+constexpr bool isOctalArea(int area) {
+    return area >= kFirstOctalArea && area <= kLastOctalArea;
+}
 
 #endif

@@ -24,9 +24,13 @@ void switchStation(int station, int enable) {
 
 }  // namespace
 
-void EnCommStation(int station, int enable) { switchStation(station, enable); }
+void EnCommStation(int station, int enable) {
+    switchStation(station, enable);
+}
 
-void EnableEthernet(int station, int enable) { switchStation(station, enable); }
+void EnableEthernet(int station, int enable) {
+    switchStation(station, enable);
+}
 
 int Ethernetcontains(int station) {
     MutexLock lock(PLC_driver.stationMutex);

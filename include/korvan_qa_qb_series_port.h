@@ -7,11 +7,11 @@
 #ifndef KORVAN_QA_QB_SERIES_PORT_H
 #define KORVAN_QA_QB_SERIES_PORT_H
 
+#include <QtCore/qglobal.h>
+#include <QtCore/qlogging.h>
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
 #include <QtCore/QString>
-#include <QtCore/qglobal.h>
-#include <QtCore/qlogging.h>
 
 #if defined(KORVAN_BUILDING_LIBRARY)
 #define KORVAN_API __attribute__((visibility("default")))
@@ -22,21 +22,21 @@
 // One PLC variable, or one block of PLC units, to read or write. A value type: the driver's
 // lists hold their own copies; the texts and the payload are shared by Qt's implicit sharing.
 struct RW_VAR {
-    int ownerId = 0;     // host key of the variable's owner; selects the result-code offset
-    int itemId = 0;      // host key of the item
-    int direction = 0;   // 0 read request, non-zero write request
-    int remoteMode = 0;  // copy of ComInfo::remoteMode when the driver builds the record
-    int port = 0;        // equal to ComInfo::portId: local variable; different: remote
-    int result = 0;      // result code; meaningful in the record DataCom returns
-    QString nameText;    // the host's second text
-    QString addressText; // the address as the host wrote it
-    int area = 0;        // area index 0..29
-    int address = 0;     // start address in units of the area
-    int station = 0;     // PLC station number
-    int count = 0;       // number of units
-    int mark = 0;        // -1 on the word read that precedes a bit-in-word write, else 0
-    int extra = 0;       // carried unchanged in remote frames
-    QByteArray data;     // payload of a write
+    int ownerId = 0;      // host key of the variable's owner; selects the result-code offset
+    int itemId = 0;       // host key of the item
+    int direction = 0;    // 0 read request, non-zero write request
+    int remoteMode = 0;   // copy of ComInfo::remoteMode when the driver builds the record
+    int port = 0;         // equal to ComInfo::portId: local variable; different: remote
+    int result = 0;       // result code; meaningful in the record DataCom returns
+    QString nameText;     // the host's second text
+    QString addressText;  // the address as the host wrote it
+    int area = 0;         // area index 0..29
+    int address = 0;      // start address in units of the area
+    int station = 0;      // PLC station number
+    int count = 0;        // number of units
+    int mark = 0;         // -1 on the word read that precedes a bit-in-word write, else 0
+    int extra = 0;        // carried unchanged in remote frames
+    QByteArray data;      // payload of a write
 };
 
 // One request frame. ComCommunication hands the host the address of the queue head; the host
@@ -59,11 +59,11 @@ struct ComInfo {
     int hostWord3 = 0;
     int maxUnits = 0;  // largest count of one request; SetComInfo caps it at 100
     int hostWord5 = 0;
-    int defaultStation = 0;  // station of every variable while perVarStation is 0
-    int retryLimit = 0;      // failed replies tolerated before an exchange is abandoned
-    int retryCount = 0;      // failed replies since the last abandonment (driver)
-    int perVarStation = 0;   // non-zero: each variable keeps its own station
-    int clearedWord10 = 0;   // set to 0 by SetComInfo
+    int defaultStation = 0;    // station of every variable while perVarStation is 0
+    int retryLimit = 0;        // failed replies tolerated before an exchange is abandoned
+    int retryCount = 0;        // failed replies since the last abandonment (driver)
+    int perVarStation = 0;     // non-zero: each variable keeps its own station
+    int clearedWord10 = 0;     // set to 0 by SetComInfo
     int framesInExchange = 0;  // request frames of the current exchange (driver)
     int framesAnswered = 0;    // frames of the current exchange answered well (driver)
     int clearedWord13 = 0;     // set to 0 by SetComInfo

@@ -47,7 +47,9 @@ int StringAddressToInt(int area, QString text) {
     return parseInt(text, 10);
 }
 
-int PLCAddressChangeIntef(int area, QString text) { return StringAddressToInt(area, text); }
+int PLCAddressChangeIntef(int area, QString text) {
+    return StringAddressToInt(area, text);
+}
 
 int Communication_Protocol::get_plc_reg(int area) {
     return area == kBitOfWordArea ? kBitOfWordHostArea : area;

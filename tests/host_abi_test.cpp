@@ -1,1 +1,286 @@
+// The driver as a host sees it: loaded with dlopen, reached only through exported names and the
+// public header. The driver object's layout is read at its published offsets, as a host may.
 #include <gtest/gtest.h>
+
+#include <QtCore/QFile>
+#include <QtCore/QMap>
+
+#include <vector>
+
+#include "korvan_qa_qb_series_port.h"
+#include "loaded_library.h"
+
+namespace {
+
+constexpr std::size_t kPointer = sizeof(void*);
+
+// Offsets of driver object members that a host may read.
+constexpr std::size_t kComInfoOffset = 0;
+constexpr std::size_t kRequestQueueOffset = 5 * kPointer;
+constexpr std::size_t kStationMapOffset = 12 * kPointer;
+constexpr std::size_t kCurrentSourceOffset = 13 * kPointer + sizeof(RW_VAR);
+
+const char* const kExtern_C_Names[] = {
+    "SetComInfo",      "RegistCallBackFuncIntf", "FlashLocalRegister",    "QueryFinishFlag",
+    "EnCommStation",   "EnableEthernet",         "PLCAddressChangeIntef", "AddListReadVar",
+    "AddListWriteVar", "AddListOnceReadVar",
+};
+
+const char* const kCxxNames[] = {
+    "_Z16Ethernetcontainsi",                       // Ethernetcontains(int)
+    "_Z6CalCRCPht",                                // CalCRC(unsigned char*, unsigned short)
+    "_Z6CalSUMPht",                                // CalSUM
+    "_Z6CalLRCPht",                                // CalLRC
+    "_Z6CalXORPht",                                // CalXOR
+    "_Z14DigitalToASCIIi",                         // DigitalToASCII(int)
+    "_Z14ASCIIToDigitali",                         // ASCIIToDigital(int)
+    "_Z12CheckGetDataPK10QByteArray",              // CheckGetData(const QByteArray*)
+    "_Z18StringAddressToInti7QString",             // StringAddressToInt(int, QString)
+    "_Z13read_registerRK6RW_VAR",                  // read_register(const RW_VAR&)
+    "_Z12passRetValueRK6RW_VARRS_",                // passRetValue(const RW_VAR&, RW_VAR&)
+    "_Z20customMessageHandler9QtMsgTypePKc",       // customMessageHandler(QtMsgType, const char*)
+    "_ZN22Communication_Protocol11get_plc_regEi",  // Communication_Protocol::get_plc_reg(int)
+    "_ZN22Communication_Protocol13update_rw_varEP6RW_VAR",
+    "_ZN22Communication_Protocol19register_identifierEh",
+};
+
+const char* const kGlobals[] = {"PLC_driver", "LB", "LW", "RWI"};
+
+QByteArray bytes(std::vector<unsigned char> b) {
+    return QByteArray(reinterpret_cast<const char*>(b.data()), static_cast<int>(b.size()));
+}
+
+class HostAbi : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(lib.loaded()) << LoadedLibrary::error();
+        driver = static_cast<char*>(lib.symbol("PLC_driver"));
+        ASSERT_NE(driver, nullptr);
+    }
+
+    template <typename T>
+    T& member(std::size_t offset) {
+        return *reinterpret_cast<T*>(driver + offset);
+    }
+    QList<Protocol>& requestQueue() { return member<QList<Protocol>>(kRequestQueueOffset); }
+
+    LoadedLibrary lib;
+    char* driver = nullptr;
+};
+
+}  // namespace
+
+// Runs first in this process, so the object is as the library's loading left it.
+TEST_F(HostAbi, DriverObjectIsConstructedAtLoad) {
+    EXPECT_EQ(member<ComInfo*>(kComInfoOffset), nullptr);
+    EXPECT_TRUE(requestQueue().isEmpty());
+    EXPECT_TRUE((member<QMap<int, int>>(kStationMapOffset).isEmpty()));
+    EXPECT_EQ(member<int>(kCurrentSourceOffset), 100);
+}
+
+TEST_F(HostAbi, ExportsEveryInterfaceName) {
+    for (const char* name : kExtern_C_Names) {
+        EXPECT_NE(lib.symbol(name), nullptr) << name;
+    }
+    for (const char* name : kCxxNames) {
+        EXPECT_NE(lib.symbol(name), nullptr) << name;
+    }
+    for (const char* name : kGlobals) {
+        EXPECT_NE(lib.symbol(name), nullptr) << name;
+    }
+    // Internal helpers stay hidden.
+    EXPECT_EQ(lib.symbol("switchStation"), nullptr);
+    EXPECT_EQ(lib.symbol("_Z10parseIntRK7QStringi"), nullptr);
+}
+
+TEST_F(HostAbi, PortRecordAndStationSwitches) {
+    auto setComInfo = lib.get<void (*)(ComInfo*)>("SetComInfo");
+    auto enComm = lib.get<void (*)(int, int)>("EnCommStation");
+    auto enableEthernet = lib.get<void (*)(int, int)>("EnableEthernet");
+    auto contains = lib.get<int (*)(int)>("_Z16Ethernetcontainsi");
+    auto finished = lib.get<int (*)()>("QueryFinishFlag");
+
+    EXPECT_EQ(finished(), 1);
+    ComInfo info;
+    info.maxUnits = 250;
+    info.clearedWord10 = 5;
+    info.clearedWord13 = 5;
+    setComInfo(&info);
+    EXPECT_EQ(info.maxUnits, 100);
+    EXPECT_EQ(info.clearedWord10 + info.clearedWord13, 0);
+    EXPECT_EQ(member<ComInfo*>(kComInfoOffset), &info);
+    info.maxUnits = -5;
+    setComInfo(&info);
+    EXPECT_EQ(info.maxUnits, -5);
+
+    enComm(3, 0);
+    enComm(3, 0);
+    EXPECT_EQ(contains(3), 1);
+    EXPECT_EQ(contains(2), 0);
+    EXPECT_EQ(contains(4), 0);
+    enableEthernet(3, 1);
+    EXPECT_EQ(contains(3), 0);
+    enComm(5, 0);
+    enComm(5, 7);
+    EXPECT_EQ(contains(5), 1);
+    enComm(-1, 1);
+    EXPECT_EQ(contains(5), 0);
+    EXPECT_EQ(finished(), 1);
+    setComInfo(nullptr);
+}
+
+TEST_F(HostAbi, AddressTextsByArea) {
+    auto change = lib.get<int (*)(int, QString)>("PLCAddressChangeIntef");
+    auto toInt = lib.get<int (*)(int, QString)>("_Z18StringAddressToInti7QString");
+    struct Case {
+        int area;
+        const char* text;
+        int expected;
+    };
+    const Case cases[] = {{0, "17", 15},     {0, "18", -1},    {5, "17", 17},   {-1, "250", 250},
+                          {29, "10.3", 163}, {29, "10.", -1},  {29, ".3", -1},  {29, "10", -1},
+                          {29, "1.2.3", -1}, {29, "3.20", 68}, {14, " +7 ", 7}, {14, "", -1}};
+    for (const Case& c : cases) {
+        EXPECT_EQ(change(c.area, QString::fromLatin1(c.text)), c.expected)
+            << c.area << " " << c.text;
+        EXPECT_EQ(toInt(c.area, QString::fromLatin1(c.text)), c.expected);
+    }
+
+    auto update =
+        lib.get<void (*)(void*, RW_VAR*)>("_ZN22Communication_Protocol13update_rw_varEP6RW_VAR");
+    auto cacheArea = lib.get<int (*)(void*, int)>("_ZN22Communication_Protocol11get_plc_regEi");
+    RW_VAR v;
+    v.area = 29;
+    v.address = 165;
+    v.count = 1;
+    update(driver, &v);
+    EXPECT_EQ(v.area, 14);
+    EXPECT_EQ(v.address, 10);
+    EXPECT_EQ(v.count, 1);
+    EXPECT_EQ(cacheArea(driver, 29), 14);
+    EXPECT_EQ(cacheArea(driver, 28), 28);
+}
+
+TEST_F(HostAbi, ChecksumsAndDigits) {
+    using Check = unsigned short (*)(unsigned char*, unsigned short);
+    auto crc = lib.get<Check>("_Z6CalCRCPht");
+    auto sum = lib.get<Check>("_Z6CalSUMPht");
+    auto lrc = lib.get<Check>("_Z6CalLRCPht");
+    auto xorOf = lib.get<Check>("_Z6CalXORPht");
+    auto toAscii = lib.get<int (*)(int)>("_Z14DigitalToASCIIi");
+    auto toDigit = lib.get<int (*)(int)>("_Z14ASCIIToDigitali");
+
+    unsigned char frame[] = {0x01, 0x20, 0x80, 0x00, 0x00, 0x64, 0x00, 0x02};
+    unsigned char digits[] = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
+    unsigned char zero[] = {0x00};
+    EXPECT_EQ(crc(frame, 8), 0xDB7F);
+    EXPECT_EQ(crc(digits, 9), 0x4B37);
+    EXPECT_EQ(crc(zero, 1), 0x40BF);
+    EXPECT_EQ(crc(zero, 0), 0xFFFF);
+    std::vector<unsigned char> ff(300, 0xFF);
+    EXPECT_EQ(sum(ff.data(), 300), 0x2AD4);
+    unsigned char halves[] = {0x80, 0x80};
+    EXPECT_EQ(lrc(halves, 2), 256);
+    unsigned char three[] = {0x12, 0x34, 0x56};
+    EXPECT_EQ(xorOf(three, 3), 0x70);
+    EXPECT_EQ(toAscii(10), 0x41);
+    EXPECT_EQ(toAscii(-1), 0x2F);
+    EXPECT_EQ(toDigit(0x61), 42);
+}
+
+TEST_F(HostAbi, ReadFramesAndReplyValidation) {
+    auto setComInfo = lib.get<void (*)(ComInfo*)>("SetComInfo");
+    auto readRegister = lib.get<void (*)(const RW_VAR&)>("_Z13read_registerRK6RW_VAR");
+    auto check = lib.get<int (*)(const QByteArray*)>("_Z12CheckGetDataPK10QByteArray");
+    auto areaCode = lib.get<unsigned char (*)(void*, unsigned char)>(
+        "_ZN22Communication_Protocol19register_identifierEh");
+
+    ComInfo info;
+    setComInfo(&info);
+    RW_VAR words;
+    words.station = 1;
+    words.area = 14;
+    words.address = 100;
+    words.count = 2;
+    readRegister(words);
+    ASSERT_EQ(requestQueue().size(), 1);
+    const Protocol& p = requestQueue().first();
+    EXPECT_EQ(p.frame, bytes({0x01, 0x20, 0x80, 0x00, 0x00, 0x64, 0x00, 0x02, 0x7F, 0xDB}));
+    EXPECT_EQ(p.sendLength, 10);
+    EXPECT_EQ(p.replyLength, 9);
+    EXPECT_EQ(p.dataOffset, 3);
+    EXPECT_EQ(p.dataLength, 4);
+    EXPECT_EQ(info.framesInExchange, 1);
+
+    const QByteArray reply = bytes({0x01, 0x20, 0x04, 0x12, 0x34, 0x56, 0x78, 0x86, 0x54});
+    EXPECT_EQ(check(&reply), 1);
+    QByteArray corrupt = reply;
+    corrupt[4] = 0x35;
+    EXPECT_EQ(check(&corrupt), 0);
+    requestQueue().clear();
+
+    RW_VAR bits;
+    bits.station = 1;
+    bits.area = 0;
+    bits.address = 2;
+    bits.count = 1;
+    readRegister(bits);
+    EXPECT_EQ(requestQueue().first().frame,
+              bytes({0x01, 0x1E, 0x01, 0x00, 0x00, 0x20, 0x00, 0x10, 0x7E, 0x11}));
+    EXPECT_EQ(requestQueue().first().replyLength, 7);
+    requestQueue().clear();
+
+    EXPECT_EQ(areaCode(driver, 7), 0x0D);
+    EXPECT_EQ(areaCode(driver, 13), 0x12);
+    EXPECT_EQ(areaCode(driver, 28), 0x8B);
+    EXPECT_EQ(areaCode(driver, 29), 0);
+    setComInfo(nullptr);
+}
+
+TEST_F(HostAbi, RegistrationCaps) {
+    auto setComInfo = lib.get<void (*)(ComInfo*)>("SetComInfo");
+    auto addWrite = lib.get<int (*)(RW_VAR*)>("AddListWriteVar");
+    auto addOnce = lib.get<int (*)(RW_VAR*, int)>("AddListOnceReadVar");
+    auto addRead = lib.get<int (*)(RW_VAR*)>("AddListReadVar");
+
+    ComInfo info;
+    info.maxUnits = 100;
+    info.defaultStation = 1;
+    setComInfo(&info);
+    RW_VAR v;
+    v.area = 20;
+    v.addressText = QStringLiteral("0");
+    v.count = 250;
+    const int first = addOnce(&v, 0);
+    EXPECT_EQ(first, 3);
+    RW_VAR same;
+    same.area = 20;
+    same.addressText = QStringLiteral("0");
+    same.count = 250;
+    EXPECT_EQ(addOnce(&same, 0), first);
+    EXPECT_EQ(addRead(&v), 1);
+
+    int size = 0;
+    for (int i = 0; i < 2050; ++i) {
+        size = addWrite(&v);
+    }
+    EXPECT_EQ(size, 2048);
+    setComInfo(nullptr);
+}
+
+// A host that installs the driver's handler gets its qDebug() lines in the log file.
+TEST_F(HostAbi, InstalledMessageHandlerWritesTheLog) {
+    auto handler = lib.get<QtMsgHandler>("_Z20customMessageHandler9QtMsgTypePKc");
+    QFile::remove(QStringLiteral("/tmp/debug.log"));
+    const QtMsgHandler previous = qInstallMsgHandler(handler);
+    qDebug("panel %d started", 7);
+    qWarning("line noise");
+    qInstallMsgHandler(previous);
+
+    QFile log(QStringLiteral("/tmp/debug.log"));
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    const QList<QByteArray> lines = log.readAll().split('\n');
+    ASSERT_EQ(lines.size(), 3);
+    EXPECT_TRUE(lines[0].endsWith(":panel 7 started")) << lines[0].constData();
+    EXPECT_TRUE(lines[1].endsWith(":line noise"));
+}

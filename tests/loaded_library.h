@@ -25,7 +25,9 @@ public:
         return e != nullptr ? e : "";
     }
 
-    void* symbol(const char* name) const { return handle_ != nullptr ? dlsym(handle_, name) : nullptr; }
+    void* symbol(const char* name) const {
+        return handle_ != nullptr ? dlsym(handle_, name) : nullptr;
+    }
 
     // The symbol as a typed function or object pointer; fails the test when it is missing.
     template <typename T>

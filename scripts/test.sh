@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Installs what the build needs (Debian packages), then builds and runs every test:
+#   1. the normal build, warnings as errors;
+#   2. the same suite under AddressSanitizer and UndefinedBehaviorSanitizer.
+# Exits non-zero on any failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+packages=(cmake ninja-build g++ qtbase5-dev libgtest-dev libgmock-dev libbenchmark-dev)
+missing=()
+for p in "${packages[@]}"; do
+    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+done
+if ((${#missing[@]})); then
+    echo "== installing: ${missing[*]}"
+    apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+jobs=$(nproc)
+
+run_suite() {
+    local name=$1
+    shift
+    echo "== $name: configure and build"
+    cmake -S . -B "build/$name" -G Ninja -DKORVAN_WERROR=ON "$@" >/dev/null
+    cmake --build "build/$name" -j "$jobs"
+    echo "== $name: test"
+    # Serial: two tests share the fixed debug log file.
+    ctest --test-dir "build/$name" --output-on-failure
+}
+
+run_suite default -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+sanitize="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+    run_suite asan-ubsan -DCMAKE_BUILD_TYPE=Debug -DKORVAN_BUILD_BENCH=OFF \
+    "-DCMAKE_CXX_FLAGS=$sanitize" "-DCMAKE_EXE_LINKER_FLAGS=$sanitize" \
+    "-DCMAKE_SHARED_LINKER_FLAGS=$sanitize"
