@@ -51,7 +51,7 @@ void appendOnceReadPieces(QList<RW_VAR>& list, RW_VAR* var, int max) {
 
 int addOnceReadNormalised(RW_VAR* var) {
     const ComInfo* info = PLC_driver.comInfo;
-    if (info == nullptr) {
+    if (info == nullptr || var == nullptr) {
         return 0;
     }
     const int address = StringAddressToInt(var->area, var->addressText);
@@ -96,13 +96,11 @@ int AddListWriteVar(RW_VAR* var) {
 }
 
 int AddListOnceReadVar(RW_VAR* var, int mode) {
-    if (var == nullptr) {
-        MutexLock lock(PLC_driver.listMutex);
-        return PLC_driver.onceReadList.size();
-    }
     if (mode == kVerbatimMode) {
         MutexLock lock(PLC_driver.listMutex);
-        PLC_driver.onceReadList.append(*var);
+        if (var != nullptr) {
+            PLC_driver.onceReadList.append(*var);
+        }
         return PLC_driver.onceReadList.size();
     }
     return addOnceReadNormalised(var);

@@ -174,6 +174,12 @@ TEST_F(RegistrationTest, NoPortRecordMeansNothingIsPlanned) {
     SetComInfo(nullptr);
     RW_VAR v = hostVar(14, "1", 1);
     EXPECT_EQ(AddListOnceReadVar(&v, 0), 0);
-    EXPECT_EQ(AddListOnceReadVar(nullptr, 0), 0);
     EXPECT_TRUE(onceReads().isEmpty());
+}
+
+TEST_F(RegistrationTest, NullRecordIsRejected) {
+    fillOnceReads(3);
+    EXPECT_EQ(AddListOnceReadVar(nullptr, 0), 0);
+    EXPECT_EQ(AddListOnceReadVar(nullptr, 1), 3);
+    EXPECT_EQ(onceReads().size(), 3);
 }
