@@ -50,6 +50,15 @@ QByteArray bytes(std::vector<unsigned char> b) {
     return QByteArray(reinterpret_cast<const char*>(b.data()), static_cast<int>(b.size()));
 }
 
+RW_VAR readVar(int station, int area, int address, int count) {
+    RW_VAR v;
+    v.station = station;
+    v.area = area;
+    v.address = address;
+    v.count = count;
+    return v;
+}
+
 class HostAbi : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -197,12 +206,7 @@ TEST_F(HostAbi, ReadFramesAndReplyValidation) {
 
     ComInfo info;
     setComInfo(&info);
-    RW_VAR words;
-    words.station = 1;
-    words.area = 14;
-    words.address = 100;
-    words.count = 2;
-    readRegister(words);
+    readRegister(readVar(1, 14, 100, 2));
     ASSERT_EQ(requestQueue().size(), 1);
     const Protocol& p = requestQueue().first();
     EXPECT_EQ(p.frame, bytes({0x01, 0x20, 0x80, 0x00, 0x00, 0x64, 0x00, 0x02, 0x7F, 0xDB}));
@@ -219,12 +223,7 @@ TEST_F(HostAbi, ReadFramesAndReplyValidation) {
     EXPECT_EQ(check(&corrupt), 0);
     requestQueue().clear();
 
-    RW_VAR bits;
-    bits.station = 1;
-    bits.area = 0;
-    bits.address = 2;
-    bits.count = 1;
-    readRegister(bits);
+    readRegister(readVar(1, 0, 2, 1));
     EXPECT_EQ(requestQueue().first().frame,
               bytes({0x01, 0x1E, 0x01, 0x00, 0x00, 0x20, 0x00, 0x10, 0x7E, 0x11}));
     EXPECT_EQ(requestQueue().first().replyLength, 7);
