@@ -1,0 +1,288 @@
+#include "plc_model.h"
+
+#include <algorithm>
+
+namespace plcsim {
+
+namespace {
+
+constexpr std::uint8_t kFnReadBits = 0x1E;
+constexpr std::uint8_t kFnWriteBits = 0x1F;
+constexpr std::uint8_t kFnReadWords = 0x20;
+constexpr std::uint8_t kFnWriteWords = 0x21;
+
+constexpr std::size_t kLocalReadLength = 10;
+constexpr std::size_t kLocalWriteHeader = 9;  // station .. payload length byte
+constexpr std::size_t kRemoteHeader = 21;     // length byte .. extra
+constexpr int kBroadcast = 0;
+constexpr std::size_t kAckAddressingBytes = 6;
+
+// Area codes of the PLC family, by the driver-side area index used in remote frames.
+constexpr int kCodeOfIndex[] = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x0D, 0x08, 0x09,
+                                0x0A, 0x0B, 0x0C, 0x12, 0x80, 0x81, 0x82, 0x8D, 0x85, 0x83,
+                                0x88, 0x8E, 0x86, 0x87, 0x8C, 0x91, 0x89, 0x8A, 0x8B};
+constexpr int kIndexCount = sizeof(kCodeOfIndex) / sizeof(kCodeOfIndex[0]);
+constexpr int kBitOfWordIndex = 29;
+constexpr int kWordCodeOfBitOfWord = 0x80;
+
+std::uint32_t be(const Bytes& f, std::size_t at, int width) {
+    std::uint32_t v = 0;
+    for (int i = 0; i < width; ++i) {
+        v = v << 8 | f[at + i];
+    }
+    return v;
+}
+
+void appendCrc(Bytes& b) {
+    const std::uint16_t c = crc16(b.data(), b.size());
+    b.push_back(static_cast<std::uint8_t>(c & 0xFF));
+    b.push_back(static_cast<std::uint8_t>(c >> 8));
+}
+
+bool localCheckOk(const Bytes& f) {
+    const std::size_t n = f.size();
+    const std::uint16_t c = crc16(f.data(), n - 2);
+    return f[n - 2] == (c & 0xFF) && f[n - 1] == (c >> 8);
+}
+
+bool remoteCheckOk(const Bytes& f) {
+    unsigned sum = 0;
+    for (std::size_t i = 0; i + 1 < f.size(); ++i) {
+        sum += f[i];
+    }
+    return f[0] == (f.size() & 0xFF) && (sum & 0xFF) == f.back();
+}
+
+}  // namespace
+
+std::uint16_t crc16(const std::uint8_t* data, std::size_t length) {
+    std::uint16_t crc = 0xFFFF;
+    for (std::size_t i = 0; i < length; ++i) {
+        crc ^= data[i];
+        for (int k = 0; k < 8; ++k) {
+            crc = (crc & 1) ? static_cast<std::uint16_t>((crc >> 1) ^ 0xA001)
+                            : static_cast<std::uint16_t>(crc >> 1);
+        }
+    }
+    return crc;
+}
+
+PlcModel::PlcModel(std::set<int> stations) : stations_(std::move(stations)), random_(1) {}
+
+void PlcModel::setFaults(const Faults& faults) {
+    faults_ = faults;
+    random_.seed(faults.seed);
+}
+
+int PlcModel::areaCodeOfIndex(int index) {
+    return index >= 0 && index < kIndexCount ? kCodeOfIndex[index] : -1;
+}
+
+bool PlcModel::isBitAreaCode(int code) {
+    return code > 0 && code < 0x80;
+}
+
+std::uint16_t PlcModel::word(int station, int areaCode, std::uint32_t address) const {
+    const auto it = memory_.find({station, areaCode, address});
+    return it == memory_.end() ? 0 : it->second;
+}
+
+void PlcModel::setWord(int station, int areaCode, std::uint32_t address, std::uint16_t value) {
+    memory_[{station, areaCode, address}] = value;
+}
+
+bool PlcModel::bit(int station, int areaCode, std::uint32_t bitAddress) const {
+    return (word(station, areaCode, bitAddress >> 4) >> (bitAddress & 15)) & 1;
+}
+
+void PlcModel::setBit(int station, int areaCode, std::uint32_t bitAddress, bool on) {
+    std::uint16_t w = word(station, areaCode, bitAddress >> 4);
+    const auto mask = static_cast<std::uint16_t>(1u << (bitAddress & 15));
+    w = on ? static_cast<std::uint16_t>(w | mask) : static_cast<std::uint16_t>(w & ~mask);
+    setWord(station, areaCode, bitAddress >> 4, w);
+}
+
+Reply PlcModel::handle(const Bytes& request) {
+    ++stats_.requests;
+    std::optional<Bytes> reply;
+    if (request.size() >= kLocalReadLength && localCheckOk(request) && request[1] >= kFnReadBits &&
+        request[1] <= kFnWriteWords) {
+        reply = handleLocal(request);
+    } else if (request.size() > kRemoteHeader && remoteCheckOk(request)) {
+        reply = handleRemote(request);
+    } else {
+        ++stats_.ignored;
+    }
+    if (!reply) {
+        return Reply{};
+    }
+    const int station = (*reply)[0];
+    return applyFaults(station, std::move(*reply));
+}
+
+// Bits a .. a + n - 1 packed least significant bit first into 16-bit groups, low byte first.
+Bytes PlcModel::readBits(int station, int code, std::uint32_t bitAddress, std::uint32_t bits,
+                         std::uint8_t function) {
+    const std::uint32_t bytes = (bits + 15) / 16 * 2;
+    Bytes r{static_cast<std::uint8_t>(station), function, static_cast<std::uint8_t>(bytes)};
+    r.resize(3 + bytes, 0);
+    for (std::uint32_t i = 0; i < bits; ++i) {
+        if (bit(station, code, bitAddress + i)) {
+            r[3 + i / 8] |= static_cast<std::uint8_t>(1u << (i % 8));
+        }
+    }
+    appendCrc(r);
+    return r;
+}
+
+// Words high byte first.
+Bytes PlcModel::readWords(int station, int code, std::uint32_t address, std::uint32_t words,
+                          std::uint8_t function) {
+    Bytes r{static_cast<std::uint8_t>(station), function, static_cast<std::uint8_t>(2 * words)};
+    for (std::uint32_t i = 0; i < words; ++i) {
+        const std::uint16_t w = word(station, code, address + i);
+        r.push_back(static_cast<std::uint8_t>(w >> 8));
+        r.push_back(static_cast<std::uint8_t>(w & 0xFF));
+    }
+    appendCrc(r);
+    return r;
+}
+
+void PlcModel::writeBitsPacked(int station, int code, std::uint32_t bitAddress, std::uint32_t bits,
+                               const std::uint8_t* packed, std::size_t length) {
+    for (std::uint32_t i = 0; i < bits && i / 8 < length; ++i) {
+        setBit(station, code, bitAddress + i, (packed[i / 8] >> (i % 8)) & 1);
+    }
+}
+
+// A write is acknowledged with 10 bytes: station, function, six bytes of the request's
+// addressing (area and address), CRC.
+Bytes PlcModel::writeAck(int station, std::uint8_t function, const std::uint8_t* addressing) {
+    Bytes r{static_cast<std::uint8_t>(station), function};
+    r.insert(r.end(), addressing, addressing + kAckAddressingBytes);
+    appendCrc(r);
+    return r;
+}
+
+std::optional<Bytes> PlcModel::handleLocal(const Bytes& f) {
+    const int station = f[0];
+    const std::uint8_t fn = f[1];
+    const int code = f[2];
+    const std::uint32_t address = be(f, 3, 3);
+    const std::uint32_t count = be(f, 6, 2);
+    const bool known =
+        std::find(std::begin(kCodeOfIndex), std::end(kCodeOfIndex), code) != std::end(kCodeOfIndex);
+    if (!known || (station != kBroadcast && !serves(station))) {
+        ++stats_.ignored;
+        return std::nullopt;
+    }
+
+    if (fn == kFnReadBits || fn == kFnReadWords) {
+        if (f.size() != kLocalReadLength || station == kBroadcast) {
+            ++stats_.ignored;
+            return std::nullopt;
+        }
+        // A word function on a bit area reads 16-bit groups.
+        return fn == kFnReadBits ? readBits(station, code, address, count, fn)
+                                 : readWords(station, code, address, count, fn);
+    }
+
+    if (f.size() < kLocalWriteHeader + 2) {
+        ++stats_.ignored;
+        return std::nullopt;
+    }
+    // The length byte keeps only 8 bits; the payload runs up to the CRC.
+    Bytes payload(f.begin() + kLocalWriteHeader, f.end() - 2);
+    if (fn == kFnWriteWords) {
+        // Words travel high byte first.
+        for (std::size_t i = 0; i + 1 < payload.size(); i += 2) {
+            std::swap(payload[i], payload[i + 1]);
+        }
+    }
+    const std::set<int> targets = station == kBroadcast ? stations_ : std::set<int>{station};
+    for (int s : targets) {
+        if (fn == kFnWriteBits || isBitAreaCode(code)) {
+            // Bit areas take a bit address and packed bits, whatever the function.
+            writeBitsPacked(s, code, address, count, payload.data(), payload.size());
+        } else {
+            for (std::uint32_t i = 0; i < count && 2 * i + 1 < payload.size(); ++i) {
+                setWord(s, code, address + i,
+                        static_cast<std::uint16_t>(payload[2 * i] | payload[2 * i + 1] << 8));
+            }
+        }
+    }
+    if (station == kBroadcast) {
+        return std::nullopt;
+    }
+    return writeAck(station, fn, &f[2]);
+}
+
+std::optional<Bytes> PlcModel::handleRemote(const Bytes& f) {
+    const int direction = f[2];
+    const int station = f[4];
+    const int index = static_cast<int>(be(f, 5, 2));
+    const std::uint32_t address = be(f, 7, 4);
+    const std::uint32_t count = be(f, 11, 2);
+    const bool bitOfWord = index == kBitOfWordIndex;
+    const int code = bitOfWord ? kWordCodeOfBitOfWord : areaCodeOfIndex(index);
+    if (code < 0 || (station != kBroadcast && !serves(station))) {
+        ++stats_.ignored;
+        return std::nullopt;
+    }
+
+    if (direction == 0) {
+        if (station == kBroadcast) {
+            ++stats_.ignored;
+            return std::nullopt;
+        }
+        // Reads name 16-bit groups in bit areas and words elsewhere.
+        return isBitAreaCode(code) ? readBits(station, code, address * 16, count * 16, kFnReadBits)
+                                   : readWords(station, code, address, count, kFnReadWords);
+    }
+
+    const Bytes payload(f.begin() + kRemoteHeader, f.end() - 1);
+    const std::set<int> targets = station == kBroadcast ? stations_ : std::set<int>{station};
+    for (int s : targets) {
+        if (bitOfWord) {
+            setBit(s, code, address, !payload.empty() && payload[0] != 0);
+        } else if (isBitAreaCode(code)) {
+            writeBitsPacked(s, code, address, count, payload.data(), payload.size());
+        } else {
+            // Remote word payloads are low byte first.
+            for (std::uint32_t i = 0; i < count && 2 * i + 1 < payload.size(); ++i) {
+                setWord(s, code, address + i,
+                        static_cast<std::uint16_t>(payload[2 * i] | payload[2 * i + 1] << 8));
+            }
+        }
+    }
+    if (station == kBroadcast) {
+        return std::nullopt;
+    }
+    return writeAck(station, kFnWriteWords, &f[5]);
+}
+
+Reply PlcModel::applyFaults(int station, Bytes reply) {
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    const double dropDraw = unit(random_);
+    const double corruptDraw = unit(random_);
+    const double misaddressDraw = unit(random_);
+    if (faults_.silentStations.count(station) != 0 || dropDraw < faults_.drop) {
+        ++stats_.dropped;
+        return Reply{};
+    }
+    if (misaddressDraw < faults_.misaddress) {
+        ++stats_.misaddressed;
+        reply[0] = static_cast<std::uint8_t>(station % 255 + 1);
+        reply.resize(reply.size() - 2);
+        appendCrc(reply);
+    }
+    if (corruptDraw < faults_.corrupt) {
+        ++stats_.corrupted;
+        const std::size_t at = random_() % reply.size();
+        reply[at] ^= static_cast<std::uint8_t>(random_() % 255 + 1);
+    }
+    ++stats_.replies;
+    return Reply{true, std::move(reply), faults_.delayMs};
+}
+
+}  // namespace plcsim
