@@ -15,6 +15,9 @@
 // `var` is left holding the last piece. A `max` below 1 counts as 1. Takes no lock.
 KORVAN_API void WhetherGroup(int total, int max, RW_VAR* var, QList<RW_VAR>* out);
 
+// Sorts by ascending address (signed); entries at equal addresses keep their order.
+KORVAN_API void Bubble_Sort(QList<RW_VAR>* list);
+
 // Appends the block reads of one bucket (one station, one normalised area, sorted by address) to
 // PLC_driver.readList. The caller holds listMutex.
 KORVAN_API void BitVarReCreat(QList<RW_VAR>* list, int max);

@@ -1,0 +1,277 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <set>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "driver_fixture.h"
+#include "lists/read_planning.h"
+
+namespace {
+
+HOSTVAR cyclicVar(int area, const QString& address, int count, int station = 1,
+                  const char* name = "") {
+    HOSTVAR h;
+    h.area = static_cast<quint8>(area);
+    h.station = static_cast<quint8>(station);
+    h.addressText = address;
+    h.nameText = QString::fromLatin1(name);
+    h.count = count;
+    return h;
+}
+
+HOSTVAR cyclicVar(int area, const char* address, int count, int station = 1,
+                  const char* name = "") {
+    return cyclicVar(area, QString::fromLatin1(address), count, station, name);
+}
+
+typedef std::tuple<int, int, int, int> Block;  // station, area, address, count
+
+std::vector<Block> blocks() {
+    std::vector<Block> out;
+    for (const RW_VAR& v : PLC_driver.readList) {
+        out.emplace_back(v.station, v.area, v.address, v.count);
+    }
+    return out;
+}
+
+class ReadListRebuildTest : public DriverTest {
+protected:
+    int rebuild(QList<HOSTVAR> list) { return ReCreatReadVarList(&list); }
+};
+
+TEST_F(ReadListRebuildTest, EmptyHostListEmptiesReadListOnly) {
+    RW_VAR stale = hostVar(14, "3", 1);
+    AddListReadVar(&stale);
+    PLC_driver.scanCount = 5;
+    info.scanDone = 1;
+
+    EXPECT_EQ(rebuild({}), 0);
+    EXPECT_EQ(ReCreatReadVarList(nullptr), 0);
+    EXPECT_TRUE(PLC_driver.readList.isEmpty());
+    EXPECT_EQ(PLC_driver.scanCount, 5);
+    EXPECT_EQ(info.scanDone, 1);
+}
+
+TEST_F(ReadListRebuildTest, ReplacesEverythingAndRestartsTheScan) {
+    RW_VAR stale = hostVar(14, "3", 1);
+    AddListReadVar(&stale);
+    PLC_driver.scanCount = 5;
+    info.scanDone = 1;
+
+    EXPECT_EQ(rebuild({cyclicVar(20, "40", 2)}), 1);
+    EXPECT_EQ(blocks(), (std::vector<Block>{{1, 20, 40, 2}}));
+    EXPECT_EQ(PLC_driver.scanCount, 0);
+    EXPECT_EQ(info.scanDone, 0);
+}
+
+TEST_F(ReadListRebuildTest, LeavesOutInvalidTextsAndStationZero) {
+    info.perVarStation = 1;
+    PLC_driver.scanCount = 5;
+    info.scanDone = 1;
+    const QList<HOSTVAR> invalid = {
+        cyclicVar(0, "18", 1),      // 8 is no octal digit
+        cyclicVar(29, "10", 1),     // no bit part
+        cyclicVar(29, "1.2.3", 1),  // two points
+        cyclicVar(14, "", 1),      cyclicVar(14, "-4", 1), cyclicVar(14, "7", 1, 0),  // station 0
+    };
+    EXPECT_EQ(rebuild(invalid), 0);
+    EXPECT_EQ(PLC_driver.scanCount, 0);
+    EXPECT_EQ(info.scanDone, 0);
+
+    QList<HOSTVAR> mixed = invalid;
+    mixed.insert(3, cyclicVar(14, "250", 3, 2));
+    EXPECT_EQ(rebuild(mixed), 1);
+    EXPECT_EQ(blocks(), (std::vector<Block>{{2, 14, 250, 3}}));
+}
+
+TEST_F(ReadListRebuildTest, EntriesAreReadsOfThePortWithoutOwner) {
+    info.remoteMode = 3;
+    info.portId = 9;
+    ASSERT_EQ(rebuild({cyclicVar(2, "35", 20, 1, "level")}), 1);
+    const RW_VAR& e = PLC_driver.readList.first();
+    EXPECT_EQ(e.ownerId, 0);
+    EXPECT_EQ(e.itemId, -1);
+    EXPECT_EQ(e.direction, 0);
+    EXPECT_EQ(e.remoteMode, 3);
+    EXPECT_EQ(e.port, 9);
+    EXPECT_EQ(e.result, 0);
+    EXPECT_EQ(e.nameText, QStringLiteral("level"));
+    EXPECT_EQ(e.addressText, QStringLiteral("35"));
+    EXPECT_EQ(e.mark, 0);
+    EXPECT_EQ(e.extra, 0);
+    EXPECT_TRUE(e.data.isEmpty());
+    // Bits 35..54 lie in words 2 and 3.
+    EXPECT_EQ(blocks(), (std::vector<Block>{{1, 2, 2, 2}}));
+}
+
+TEST_F(ReadListRebuildTest, OrdersByStationThenAreaThenAddress) {
+    info.perVarStation = 1;
+    info.maxUnits = 10;
+    rebuild({cyclicVar(14, "5", 1, 3), cyclicVar(14, "40", 1, 1), cyclicVar(14, "20", 1, 1),
+             cyclicVar(2, "0", 16, 3), cyclicVar(2, "32", 1, 1)});
+    EXPECT_EQ(blocks(),
+              (std::vector<Block>{
+                  {1, 2, 2, 1}, {1, 14, 20, 1}, {1, 14, 40, 1}, {3, 2, 0, 1}, {3, 14, 5, 1}}));
+}
+
+TEST_F(ReadListRebuildTest, DefaultStationUnlessPerVariableStations) {
+    info.defaultStation = 4;
+    rebuild({cyclicVar(14, "1", 1, 7), cyclicVar(14, "2", 1, 0)});
+    EXPECT_EQ(blocks(), (std::vector<Block>{{4, 14, 1, 2}}));
+
+    info.perVarStation = 1;
+    rebuild({cyclicVar(14, "1", 1, 7), cyclicVar(14, "2", 1, 0)});
+    EXPECT_EQ(blocks(), (std::vector<Block>{{7, 14, 1, 1}}));
+}
+
+TEST_F(ReadListRebuildTest, BitsOfWordsShareTheWordAreaBucket) {
+    rebuild({cyclicVar(29, "10.3", 1), cyclicVar(14, "11", 1)});
+    EXPECT_EQ(blocks(), (std::vector<Block>{{1, 14, 10, 2}}));
+}
+
+TEST_F(ReadListRebuildTest, FirstOfEqualAddressesInHostOrderOpensTheBlock) {
+    rebuild({cyclicVar(14, "9", 1, 1, "late"), cyclicVar(14, "5", 1, 1, "a"),
+             cyclicVar(14, "5", 3, 1, "b")});
+    ASSERT_EQ(blocks(), (std::vector<Block>{{1, 14, 5, 5}}));
+    EXPECT_EQ(PLC_driver.readList.first().nameText, QStringLiteral("a"));
+}
+
+// The order of the exchange sort the rebuild promises: adjacent swaps on a strict compare.
+void exchangeSort(QList<RW_VAR>& list) {
+    for (int i = 1; i < list.size(); ++i) {
+        for (int j = list.size() - 1; j >= i; --j) {
+            if (list[j].address < list[j - 1].address) {
+                list.swapItemsAt(j, j - 1);
+            }
+        }
+    }
+}
+
+TEST(BubbleSortTest, GivesTheExchangeSortOrderWithTiesInPlace) {
+    std::mt19937 rng(7);
+    std::uniform_int_distribution<int> address(-5, 5);
+    for (int round = 0; round < 50; ++round) {
+        QList<RW_VAR> list;
+        for (int i = 0; i < 60; ++i) {
+            RW_VAR v;
+            v.address = address(rng);
+            v.itemId = i;
+            list.append(v);
+        }
+        QList<RW_VAR> expected = list;
+        exchangeSort(expected);
+        Bubble_Sort(&list);
+        ASSERT_EQ(list.size(), expected.size());
+        for (int i = 0; i < list.size(); ++i) {
+            ASSERT_EQ(list[i].itemId, expected[i].itemId) << "round " << round << " at " << i;
+        }
+    }
+}
+
+// Random host lists against an independent account of which words they ask for.
+class RandomHostList {
+public:
+    typedef std::pair<int, int> Bucket;  // station, normalised area
+
+    explicit RandomHostList(std::mt19937& rng) : rng_(rng) {}
+
+    QList<HOSTVAR> make(int size) {
+        QList<HOSTVAR> list;
+        for (int i = 0; i < size; ++i) {
+            list.append(next());
+        }
+        return list;
+    }
+
+    const std::map<Bucket, std::set<int>>& wanted() const { return wanted_; }
+
+private:
+    static constexpr int kAreas[] = {0, 1, 2, 13, 14, 20, 28, 29};
+
+    int pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng_); }
+
+    HOSTVAR next() {
+        const int area = kAreas[pick(0, std::size(kAreas) - 1)];
+        const int station = pick(0, 4);
+        if (pick(0, 19) == 0) {
+            return cyclicVar(area, "x", 1, station);
+        }
+        const bool bits = area <= 13 || area == 29;
+        // Bit variables always ask for at least one bit; word variables may ask for none.
+        const int count = bits ? pick(1, 200) : pick(-1, 40);
+        const int first = bits ? pick(0, 400 * 16) : pick(0, 400);
+        QString text = QString::number(first);
+        if (area <= 1) {
+            text = QString::number(first, 8);
+        } else if (area == 29) {
+            text = QStringLiteral("%1.%2").arg(first / 16).arg(first % 16);
+        }
+        if (station != 0) {
+            const int firstWord = bits ? first / 16 : first;
+            const int lastWord = bits ? (first + count - 1) / 16 : first + count - 1;
+            std::set<int>& words = wanted_[{station, area == 29 ? 14 : area}];
+            for (int w = firstWord; w <= lastWord; ++w) {
+                words.insert(w);
+            }
+        }
+        return cyclicVar(area, text, count, station);
+    }
+
+    std::mt19937& rng_;
+    std::map<Bucket, std::set<int>> wanted_;
+};
+
+TEST_F(ReadListRebuildTest, RandomListsAreCoveredByDisjointBlocksOfAtMostMax) {
+    info.perVarStation = 1;
+    std::mt19937 rng(20240501);
+    for (int round = 0; round < 200; ++round) {
+        info.maxUnits = std::uniform_int_distribution<int>(2, kMaxUnitsCap)(rng);
+        RandomHostList host(rng);
+        const int size = std::uniform_int_distribution<int>(1, 120)(rng);
+        const int entries = rebuild(host.make(size));
+        ASSERT_EQ(entries, PLC_driver.readList.size());
+
+        std::map<RandomHostList::Bucket, std::vector<std::pair<int, int>>> planned;
+        RandomHostList::Bucket previous{0, -1};
+        for (const RW_VAR& b : PLC_driver.readList) {
+            const RandomHostList::Bucket bucket{b.station, b.area};
+            ASSERT_LE(previous, bucket) << "buckets out of order in round " << round;
+            previous = bucket;
+            ASSERT_GE(b.count, 1);
+            ASSERT_LE(b.count, info.maxUnits);
+            auto& spans = planned[bucket];
+            if (!spans.empty()) {
+                ASSERT_LE(spans.back().first + spans.back().second, b.address)
+                    << "blocks overlap or go back in round " << round;
+            }
+            spans.emplace_back(b.address, b.count);
+        }
+
+        for (const auto& [bucket, words] : host.wanted()) {
+            const auto& spans = planned[bucket];
+            for (int w : words) {
+                bool covered = false;
+                for (const auto& s : spans) {
+                    covered = covered || (s.first <= w && w < s.first + s.second);
+                }
+                ASSERT_TRUE(covered) << "word " << w << " of station " << bucket.first << " area "
+                                     << bucket.second << " in round " << round;
+            }
+        }
+        // No block reads a bucket that nobody asked for, nor only words between variables.
+        for (const auto& [bucket, spans] : planned) {
+            const auto wanted = host.wanted().find(bucket);
+            ASSERT_NE(wanted, host.wanted().end());
+            for (const auto& s : spans) {
+                const auto hit = wanted->second.lower_bound(s.first);
+                ASSERT_TRUE(hit != wanted->second.end() && *hit < s.first + s.second);
+            }
+        }
+    }
+}
+
+}  // namespace
