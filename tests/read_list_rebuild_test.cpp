@@ -8,25 +8,10 @@
 #include <vector>
 
 #include "driver_fixture.h"
+#include "host_list.h"
 #include "lists/read_planning.h"
 
 namespace {
-
-HOSTVAR cyclicVar(int area, const QString& address, int count, int station = 1,
-                  const char* name = "") {
-    HOSTVAR h;
-    h.area = static_cast<quint8>(area);
-    h.station = static_cast<quint8>(station);
-    h.addressText = address;
-    h.nameText = QString::fromLatin1(name);
-    h.count = count;
-    return h;
-}
-
-HOSTVAR cyclicVar(int area, const char* address, int count, int station = 1,
-                  const char* name = "") {
-    return cyclicVar(area, QString::fromLatin1(address), count, station, name);
-}
 
 typedef std::tuple<int, int, int, int> Block;  // station, area, address, count
 
@@ -76,7 +61,9 @@ TEST_F(ReadListRebuildTest, LeavesOutInvalidTextsAndStationZero) {
         cyclicVar(0, "18", 1),      // 8 is no octal digit
         cyclicVar(29, "10", 1),     // no bit part
         cyclicVar(29, "1.2.3", 1),  // two points
-        cyclicVar(14, "", 1),      cyclicVar(14, "-4", 1), cyclicVar(14, "7", 1, 0),  // station 0
+        cyclicVar(14, "", 1),       // empty
+        cyclicVar(14, "-4", 1),     // negative
+        cyclicVar(14, "7", 1, 0),   // station 0
     };
     EXPECT_EQ(rebuild(invalid), 0);
     EXPECT_EQ(PLC_driver.scanCount, 0);
