@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <map>
 #include <random>
 #include <set>
@@ -182,7 +183,7 @@ private:
     int pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng_); }
 
     HOSTVAR next() {
-        const int area = kAreas[pick(0, std::size(kAreas) - 1)];
+        const int area = kAreas[pick(0, static_cast<int>(std::size(kAreas)) - 1)];
         const int station = pick(0, 4);
         if (pick(0, 19) == 0) {
             return cyclicVar(area, "x", 1, station);
