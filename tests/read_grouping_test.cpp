@@ -38,10 +38,15 @@ Spans spansOf(const QList<RW_VAR>& list) {
 
 class ReadGroupingTest : public DriverTest {
 protected:
-    Spans group(const Spans& bucket, int max) {
+    // readList after grouping `bucket` behind whatever readList already holds.
+    Spans groupAfter(const Spans& bucket, int max) {
         QList<RW_VAR> list = bucketOf(bucket);
         BitVarReCreat(&list, max);
         return spansOf(PLC_driver.readList);
+    }
+    Spans group(const Spans& bucket, int max) {
+        PLC_driver.readList.clear();
+        return groupAfter(bucket, max);
     }
 };
 
@@ -49,17 +54,11 @@ protected:
 // never exceeds max.
 TEST_F(ReadGroupingTest, JoinsOnlyBelowBlockStartPlusMax) {
     EXPECT_EQ(group({{0, 10}}, 10), (Spans{{0, 10}}));
-    resetDriver();
     EXPECT_EQ(group({{0, 11}}, 10), (Spans{{0, 10}, {10, 1}}));
-    resetDriver();
     EXPECT_EQ(group({{0, 2}, {9, 1}}, 10), (Spans{{0, 10}}));
-    resetDriver();
     EXPECT_EQ(group({{0, 2}, {10, 1}}, 10), (Spans{{0, 2}, {10, 1}}));
-    resetDriver();
     EXPECT_EQ(group({{0, 1}, {99, 1}}, kMaxUnitsCap), (Spans{{0, 100}}));
-    resetDriver();
     EXPECT_EQ(group({{0, 1}, {100, 1}}, kMaxUnitsCap), (Spans{{0, 1}, {100, 1}}));
-    resetDriver();
     EXPECT_EQ(group({{0, 10}, {3, 2}}, 10), (Spans{{0, 10}}));
 }
 
@@ -82,21 +81,18 @@ TEST_F(ReadGroupingTest, SkipsVariablesWithoutWords) {
 // even when the bucket starts with a variable that asks for no word.
 TEST_F(ReadGroupingTest, BucketsNeverMerge) {
     group({{0, 5}}, 10);
-    EXPECT_EQ(group({{2, 1}}, 10), (Spans{{0, 5}, {2, 1}}));
-    EXPECT_EQ(group({{0, 0}, {3, 1}}, 10), (Spans{{0, 5}, {2, 1}, {3, 1}}));
+    EXPECT_EQ(groupAfter({{2, 1}}, 10), (Spans{{0, 5}, {2, 1}}));
+    EXPECT_EQ(groupAfter({{0, 0}, {3, 1}}, 10), (Spans{{0, 5}, {2, 1}, {3, 1}}));
 }
 
 TEST_F(ReadGroupingTest, BlockLengthOfOneOnlyFoldsEqualAddresses) {
     EXPECT_EQ(group({{5, 2}, {6, 1}}, 1), (Spans{{5, 2}, {6, 1}}));
-    resetDriver();
     EXPECT_EQ(group({{5, 2}, {5, 2}}, 1), (Spans{{5, 2}}));
-    resetDriver();
     EXPECT_EQ(group({{0, 5}}, 1), (Spans{{0, 5}}));
 }
 
 TEST_F(ReadGroupingTest, BlockLengthBelowOneCountsAsOne) {
     EXPECT_EQ(group({{5, 1}, {5, 3}, {7, 2}}, 0), (Spans{{5, 3}, {7, 2}}));
-    resetDriver();
     EXPECT_EQ(group({{5, 1}, {5, 3}, {7, 2}}, -4), (Spans{{5, 3}, {7, 2}}));
 }
 
