@@ -19,10 +19,13 @@
 constexpr int kMaxListEntries = 2048;
 // SetComInfo lowers a larger ComInfo::maxUnits to this.
 constexpr int kMaxUnitsCap = 100;
-// Block length used wherever the driver splits by ComInfo::maxUnits. Nothing bounds maxUnits
-// from below, and a length below 1 would make no progress, so such a value counts as 1.
+// Block length used wherever the driver splits by a block length. Nothing bounds maxUnits from
+// below, and a length below 1 would make no progress, so such a value counts as 1.
+inline int effectiveBlockLength(int max) {
+    return max < 1 ? 1 : max;
+}
 inline int effectiveMaxUnits(const ComInfo& info) {
-    return info.maxUnits < 1 ? 1 : info.maxUnits;
+    return effectiveBlockLength(info.maxUnits);
 }
 
 // Size of the buffer in which local frames are assembled.

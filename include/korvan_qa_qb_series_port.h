@@ -102,6 +102,8 @@ KORVAN_API int PLCAddressChangeIntef(int area, QString text);
 KORVAN_API int AddListReadVar(RW_VAR* var);
 KORVAN_API int AddListWriteVar(RW_VAR* var);
 KORVAN_API int AddListOnceReadVar(RW_VAR* var, int mode);
+// Replaces the cyclic read list by the block reads planned from `list`; returns their number.
+KORVAN_API int ReCreatReadVarList(QList<HOSTVAR>* list);
 }
 
 // Helpers exported with C++ linkage (their symbols carry the argument types).
