@@ -1,0 +1,101 @@
+// Read replies reaching the register image, and the completion of bit-of-word writes.
+#include <gtest/gtest.h>
+
+#include "codec/frames.h"
+#include "driver_fixture.h"
+#include "hex.h"
+#include "image/register_image.h"
+
+namespace {
+
+QByteArray withCrc(QByteArray frame) {
+    const unsigned short crc = CalCRC(reinterpret_cast<unsigned char*>(frame.data()),
+                                      static_cast<unsigned short>(frame.size()));
+    frame.append(static_cast<char>(crc));
+    frame.append(static_cast<char>(crc >> 8));
+    return frame;
+}
+
+// A reply to station 1 carrying `data`.
+QByteArray replyCarrying(const char* data) {
+    return withCrc(bytesOf("01 20 00") + bytesOf(data));
+}
+
+class ReplyStoringTest : public DriverTest {
+protected:
+    // Queues the read the reply answers, as the scheduler would.
+    static void queueRead(int area, int address, int count, int station = 1) {
+        RW_VAR v;
+        v.area = area;
+        v.address = address;
+        v.count = count;
+        v.station = station;
+        read_register(v);
+    }
+
+    static void store(QByteArray reply) {
+        SaveToLocalDataErea(&reply);
+        PLC_driver.requestQueue.removeFirst();
+    }
+
+    static quint16 cached(quint64 key) { return PLC_driver.registerCache.value(key); }
+};
+
+TEST_F(ReplyStoringTest, WordAreasArriveHighByteFirstUnderConsecutiveKeys) {
+    queueRead(14, 100, 2);
+    store(replyCarrying("12 34 AB CD"));
+
+    EXPECT_EQ(PLC_driver.registerCache.size(), 2);
+    EXPECT_EQ(cached(0x010E000000000064), 0x1234);
+    EXPECT_EQ(cached(0x010E000000000065), 0xABCD);
+}
+
+TEST_F(ReplyStoringTest, BitGroupsArriveBitsZeroToSevenFirst) {
+    queueRead(2, 3, 1);
+    store(replyCarrying("01 80"));
+
+    EXPECT_EQ(cached(0x0102000000000003), 0x8001);  // bits 48 and 63
+}
+
+TEST_F(ReplyStoringTest, StationsAndAreasKeepApartAndTheLaterStoreWins) {
+    queueRead(14, 7, 1, 1);
+    store(replyCarrying("00 01"));
+    queueRead(14, 7, 1, 2);
+    store(replyCarrying("00 02"));
+    queueRead(15, 7, 1, 1);
+    store(replyCarrying("00 03"));
+    EXPECT_EQ(PLC_driver.registerCache.size(), 3);
+
+    queueRead(14, 7, 1, 1);
+    store(replyCarrying("00 04"));
+    EXPECT_EQ(PLC_driver.registerCache.size(), 3);
+    EXPECT_EQ(cached(0x010E000000000007), 4);
+    EXPECT_EQ(cached(0x020E000000000007), 2);
+    EXPECT_EQ(cached(0x010F000000000007), 3);
+}
+
+TEST_F(ReplyStoringTest, BitOfWordDataLiveUnderArea14) {
+    queueRead(29, 10, 1);
+    store(replyCarrying("00 08"));
+
+    EXPECT_EQ(cached(0x010E00000000000A), 0x0008);
+    EXPECT_EQ(PLC_driver.registerCache.size(), 1);
+}
+
+TEST_F(ReplyStoringTest, StoresNothingItHasNoDataFor) {
+    QByteArray reply = replyCarrying("12 34");
+    SaveToLocalDataErea(&reply);  // nothing queued
+    SaveToLocalDataErea(nullptr);
+    queueRead(14, 1, 0);  // a zero-word read: no data span
+    store(withCrc(bytesOf("01 20 00")));
+    EXPECT_TRUE(PLC_driver.registerCache.isEmpty());
+
+    // A reply shorter than its request stores only the whole words it holds.
+    queueRead(14, 1, 3);
+    QByteArray shortReply = bytesOf("01 20 06 12 34 56");
+    store(shortReply);
+    EXPECT_EQ(PLC_driver.registerCache.size(), 1);
+    EXPECT_EQ(cached(0x010E000000000001), 0x1234);
+}
+
+}  // namespace
