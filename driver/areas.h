@@ -16,6 +16,7 @@ constexpr int kBitOfWordArea = 29;
 constexpr int kBitOfWordHostArea = kFirstWordArea;
 
 constexpr bool isBitArea(int area) { return area >= 0 && area <= kLastBitArea; }
+constexpr bool isWordArea(int area) { return area >= kFirstWordArea && area <= kLastWordArea; }
 constexpr bool isOctalArea(int area) { return area >= kFirstOctalArea && area <= kLastOctalArea; }
 
 #endif

@@ -4,6 +4,7 @@
 
 #include <QtCore/QByteArray>
 
+#include "driver/register_mirror.h"
 #include "korvan_qa_qb_series_port.h"
 
 // Stores the data of a validated read reply to the head of requestQueue into registerCache; the

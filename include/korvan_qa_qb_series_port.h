@@ -102,6 +102,8 @@ KORVAN_API int PLCAddressChangeIntef(int area, QString text);
 KORVAN_API int AddListReadVar(RW_VAR* var);
 KORVAN_API int AddListWriteVar(RW_VAR* var);
 KORVAN_API int AddListOnceReadVar(RW_VAR* var, int mode);
+KORVAN_API int SetRegisterData(QString nameText, int area, QString address, int station,
+                               QByteArray* values, int count, int ownerId, int itemId);
 }
 
 // Helpers exported with C++ linkage (their symbols carry the argument types).
