@@ -98,4 +98,83 @@ TEST_F(ReplyStoringTest, StoresNothingItHasNoDataFor) {
     EXPECT_EQ(cached(0x010E000000000001), 0x1234);
 }
 
+// The bit-of-word write: the reply to its word read completes the queued word write.
+class BitOfWordCompletionTest : public ReplyStoringTest {
+protected:
+    static void queueBitWrite(int address, const char* value) {
+        RW_VAR v;
+        v.area = 29;
+        v.address = address;
+        v.count = 1;
+        v.station = 1;
+        v.direction = 1;
+        v.data = bytesOf(value);
+        write_analog_bit(v);
+    }
+
+    static std::string pendingWrite() { return hex(PLC_driver.requestQueue.at(1).frame); }
+
+    static void answerRead(const char* word) {
+        QByteArray reply = replyCarrying(word);
+        SaveToLocalDataErea(&reply);
+    }
+};
+
+TEST_F(BitOfWordCompletionTest, PatchesTheWordAndItsCheckValueAndStoresNothing) {
+    queueBitWrite(163, "01");  // word 10, bit 3
+    ASSERT_EQ(pendingWrite(), "01 21 80 00 00 0A 00 01 02 00 00 00 00");
+
+    answerRead("00 00");
+    EXPECT_EQ(pendingWrite(), "01 21 80 00 00 0A 00 01 02 00 08 92 21");
+    EXPECT_TRUE(PLC_driver.registerCache.isEmpty());
+    EXPECT_EQ(PLC_driver.requestQueue.size(), 2);
+}
+
+TEST_F(BitOfWordCompletionTest, KeepsTheOtherBitsOfTheWordRead) {
+    queueBitWrite(163, "01");
+    answerRead("00 10");
+    EXPECT_EQ(pendingWrite().substr(27, 5), "00 18");
+
+    resetDriver();
+    queueBitWrite(164, "00");  // clear bit 4
+    answerRead("00 10");
+    EXPECT_EQ(pendingWrite().substr(27, 5), "00 00");
+
+    resetDriver();
+    queueBitWrite(175, "");  // an empty payload clears too
+    answerRead("FF FF");
+    EXPECT_EQ(pendingWrite().substr(27, 5), "7F FF");
+    QByteArray frame = PLC_driver.requestQueue.at(1).frame;
+    const unsigned short crc = CalCRC(reinterpret_cast<unsigned char*>(frame.data()), 11);
+    EXPECT_EQ(static_cast<unsigned char>(frame.at(11)), crc & 0xFF);
+    EXPECT_EQ(static_cast<unsigned char>(frame.at(12)), crc >> 8);
+}
+
+TEST_F(BitOfWordCompletionTest, LeavesTheWriteAloneWithoutAWordToWorkOn) {
+    queueBitWrite(163, "01");
+    QByteArray sixBytes = withCrc(bytesOf("01 20 02 00"));
+    SaveToLocalDataErea(&sixBytes);
+    EXPECT_EQ(pendingWrite(), "01 21 80 00 00 0A 00 01 02 00 00 00 00");
+
+    // Only the read left in the queue: nothing to complete, nothing stored.
+    PLC_driver.requestQueue.removeLast();
+    answerRead("00 00");
+    EXPECT_EQ(PLC_driver.requestQueue.size(), 1);
+    EXPECT_TRUE(PLC_driver.registerCache.isEmpty());
+}
+
+// The write is completed from the queued requests alone: writeList may be changing on a host
+// thread while the reply is handled.
+TEST_F(BitOfWordCompletionTest, DependsOnTheQueuedRequestsNotOnWriteList) {
+    queueBitWrite(163, "01");
+    RW_VAR other;
+    other.area = 29;
+    other.address = 163;
+    other.data = bytesOf("00");
+    AddListWriteVar(&other);
+
+    answerRead("00 00");
+    EXPECT_EQ(pendingWrite(), "01 21 80 00 00 0A 00 01 02 00 08 92 21");
+}
+
 }  // namespace
