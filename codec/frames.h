@@ -35,4 +35,9 @@ KORVAN_API void write_analog(const RW_VAR& var);
 // Queues the word read and the word write that change one bit of a word of area 14.
 KORVAN_API void write_analog_bit(const RW_VAR& var);
 
+// Queue remote frames, which name the variable by its own fields and end in an additive
+// checksum. Remote_WriteVar also mirrors the record into the register image.
+KORVAN_API void Remote_ReadVar(const RW_VAR& var);
+KORVAN_API void Remote_WriteVar(const RW_VAR& var);
+
 #endif
