@@ -17,7 +17,6 @@ using SaveFn = void (*)(QByteArray*);
 using CrcFn = unsigned short (*)(unsigned char*, unsigned short);
 
 constexpr const char* kWriteRegister = "_Z14write_registerRK6RW_VAR";
-constexpr const char* kRemoteWriteVar = "_Z15Remote_WriteVarRK6RW_VAR";
 constexpr const char* kSaveToLocalDataErea = "_Z19SaveToLocalDataEreaP10QByteArray";
 constexpr const char* kCalCrc = "_Z6CalCRCPht";
 
@@ -67,9 +66,9 @@ protected:
 TEST_F(HostAbiWritesTest, ExportsTheWriteAndImageFunctions) {
     for (const char* name :
          {"SetRegisterData", kWriteRegister, "_Z12write_analogRK6RW_VAR",
-          "_Z16write_analog_bitRK6RW_VAR", "_Z14Remote_ReadVarRK6RW_VAR", kRemoteWriteVar,
-          kSaveToLocalDataErea, "_Z19SpecialRegisterSavePK10QByteArray",
-          "_Z19write_data_to_localRK6RW_VAR"}) {
+          "_Z16write_analog_bitRK6RW_VAR", "_Z14Remote_ReadVarRK6RW_VAR",
+          "_Z15Remote_WriteVarRK6RW_VAR", kSaveToLocalDataErea,
+          "_Z19SpecialRegisterSavePK10QByteArray", "_Z19write_data_to_localRK6RW_VAR"}) {
         EXPECT_NE(lib.symbol(name), nullptr) << name;
     }
     EXPECT_EQ(lib.symbol("_ZN9QHashData8willGrowEv"), nullptr) << "Qt's symbols stay Qt's";
@@ -91,36 +90,12 @@ TEST_F(HostAbiWritesTest, ABitOfWordWriteRunsFromHostCallToCompletedFrame) {
     EXPECT_EQ(hex(driver->requestQueue.at(1).frame), "01 21 80 00 00 0A 00 01 02 00 08 92 21");
 }
 
-TEST_F(HostAbiWritesTest, WordWritesSplitAndShowByWriteMode) {
-    info.maxUnits = 2;
-    EXPECT_EQ(setRegisterData(14, "100", "01 00 02 00 03 00", 3), 2);
-    EXPECT_EQ(driver->writeList.at(1).address, 102);
-
-    lib.get<BuildFn>(kWriteRegister)(driver->writeList.first());
-    ASSERT_EQ(driver->requestQueue.size(), 1);
-    expectRequest(driver->requestQueue.at(0), "01 21 80 00 00 64 00 02 04 00 01 00 02 F3 2C", 10, 0,
-                  0);
-
+TEST_F(HostAbiWritesTest, ImageOnlyPortsShowWritesAtOnce) {
     info.writeMode = 0;
-    EXPECT_EQ(setRegisterData(20, "7", "CD AB", 1), 2);
+    EXPECT_EQ(setRegisterData(20, "7", "CD AB", 1), 0);
     EXPECT_EQ(driver->registerCache.value(0x0114000000000007), 0xABCD);
     EXPECT_EQ(setRegisterData(29, "1.2.3", "01", 1), 0);
-}
-
-TEST_F(HostAbiWritesTest, RemoteWriteFrame) {
-    RW_VAR v;
-    v.direction = 1;
-    v.port = 1;
-    v.station = 1;
-    v.area = 14;
-    v.address = 100;
-    v.count = 1;
-    v.data = bytesOf("34 12");
-    lib.get<BuildFn>(kRemoteWriteVar)(v);
-    ASSERT_EQ(driver->requestQueue.size(), 1);
-    expectRequest(driver->requestQueue.at(0),
-                  "18 00 01 01 01 00 0E 00 00 00 64 00 01 00 00 00 00 00 00 00 00 34 12 D4", 10, 0,
-                  0);
+    EXPECT_TRUE(driver->writeList.isEmpty());
 }
 
 }  // namespace

@@ -11,26 +11,13 @@
 #include "driver/comm_failed.h"
 #include "driver/mutex_lock.h"
 #include "driver_fixture.h"
-#include "hex.h"
 #include "image/register_image.h"
+#include "replies.h"
 
 namespace {
 
 constexpr int kHostWrites = 3000;
 constexpr quint16 kWordRead = 0x0F0F;  // what the PLC answers to every word read
-
-QByteArray replyCarrying(int station, quint16 word) {
-    QByteArray reply;
-    reply.append(static_cast<char>(station));
-    reply.append('\x20');
-    reply.append('\x02');
-    reply.append(static_cast<char>(word >> 8));
-    reply.append(static_cast<char>(word));
-    const unsigned short crc = CalCRC(reinterpret_cast<unsigned char*>(reply.data()), 5);
-    reply.append(static_cast<char>(crc));
-    reply.append(static_cast<char>(crc >> 8));
-    return reply;
-}
 
 void storeUnderCacheLock(QByteArray reply) {
     MutexLock lock(PLC_driver.cacheMutex);
@@ -49,13 +36,14 @@ bool pollOnce(int& wrongCompletions) {
     }
     QList<Protocol>& queue = PLC_driver.requestQueue;
     if (queue.first().var.mark == kMarkBitWordRead) {
-        storeUnderCacheLock(replyCarrying(1, kWordRead));
+        storeUnderCacheLock(replyCarrying("0F 0F"));
         const RW_VAR& write = queue.at(1).var;
-        const quint16 mask = static_cast<quint16>(1u << (write.address & 15));
-        const quint16 expected = bitOfWordValue(write) ? (kWordRead | mask) : (kWordRead & ~mask);
+        const unsigned int mask = 1u << (write.address & 15);
+        const unsigned int expected =
+            write.data.at(0) != 0 ? (kWordRead | mask) : (kWordRead & ~mask);
         const QByteArray& frame = queue.at(1).frame;
-        const quint16 sent = static_cast<quint16>(static_cast<unsigned char>(frame.at(9)) << 8 |
-                                                  static_cast<unsigned char>(frame.at(10)));
+        const unsigned int sent =
+            static_cast<unsigned char>(frame.at(9)) << 8 | static_cast<unsigned char>(frame.at(10));
         wrongCompletions += sent != expected ? 1 : 0;
     }
     queue.clear();
@@ -66,7 +54,7 @@ bool pollOnce(int& wrongCompletions) {
     cyclic.count = 1;
     cyclic.station = 1;
     read_register(cyclic);
-    storeUnderCacheLock(replyCarrying(1, 0x1234));
+    storeUnderCacheLock(replyCarrying("12 34"));
     queue.clear();
 
     MutexLock lock(PLC_driver.listMutex);
