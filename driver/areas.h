@@ -18,6 +18,9 @@ constexpr int kBitOfWordHostArea = kFirstWordArea;
 constexpr bool isBitArea(int area) {
     return area >= 0 && area <= kLastBitArea;
 }
+constexpr bool isWordArea(int area) {
+    return area >= kFirstWordArea && area <= kLastWordArea;
+}
 constexpr bool isOctalArea(int area) {
     return area >= kFirstOctalArea && area <= kLastOctalArea;
 }

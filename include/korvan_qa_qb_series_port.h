@@ -104,6 +104,8 @@ KORVAN_API int AddListWriteVar(RW_VAR* var);
 KORVAN_API int AddListOnceReadVar(RW_VAR* var, int mode);
 // Replaces the cyclic read list by the block reads planned from `list`; returns their number.
 KORVAN_API int ReCreatReadVarList(QList<HOSTVAR>* list);
+KORVAN_API int SetRegisterData(QString nameText, int area, QString address, int station,
+                               QByteArray* values, int count, int ownerId, int itemId);
 }
 
 // Helpers exported with C++ linkage (their symbols carry the argument types).

@@ -1,0 +1,21 @@
+// The communication-failure flag, shared between threads.
+//
+// The polling thread sets commFailed when an exchange is abandoned and clears it on the next good
+// reply; host threads read it in SetRegisterData to decide whether a write is mirrored at once.
+// The member is a plain byte of the exported object's fixed layout, so it is accessed through
+// atomic builtins rather than changed into an atomic type.
+#ifndef KORVAN_DRIVER_COMM_FAILED_H
+#define KORVAN_DRIVER_COMM_FAILED_H
+
+#include "driver/Communication_Protocol.h"
+
+inline bool isCommFailed() {
+    return __atomic_load_n(&PLC_driver.commFailed, __ATOMIC_RELAXED) != 0;
+}
+
+inline void setCommFailed(bool failed) {
+    __atomic_store_n(&PLC_driver.commFailed, static_cast<unsigned char>(failed ? 1 : 0),
+                     __ATOMIC_RELAXED);
+}
+
+#endif

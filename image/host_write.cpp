@@ -1,0 +1,202 @@
+// Host writes: SetRegisterData cuts a value into write records no longer than the port's block
+// length, queues them for the PLC or not according to the port's write mode, and mirrors them
+// into the register image; write_data_to_local is that mirroring step.
+//
+// Host buffers hold one byte per bit (non-zero is on) and words low byte first. Write records
+// hold bits packed least significant first and words low byte first.
+#include <cstring>
+
+#include "driver/Communication_Protocol.h"
+#include "driver/areas.h"
+#include "driver/bit_word_write.h"
+#include "driver/comm_failed.h"
+#include "driver/mutex_lock.h"
+#include "driver/wrapping.h"
+#include "image/cache_key.h"
+#include "image/register_image.h"
+
+namespace {
+
+// ComInfo::writeMode that sends host writes to the PLC; any other value updates the image only.
+constexpr int kWriteThrough = 2;
+constexpr int kWriteRequest = 1;
+constexpr int kBitsPerByte = 8;
+constexpr int kBytesPerWord = 2;
+// One host write yields at most as many records as writeList can hold: a longer one could never
+// be queued whole. This also bounds the work a huge count can cause.
+constexpr int kMaxPiecesPerWrite = kMaxListEntries;
+
+// The host's input buffer; bytes at or beyond its end, or of a missing buffer, read as zero.
+class HostBuffer {
+public:
+    explicit HostBuffer(const QByteArray* values)
+        : bytes_(values != nullptr ? values->constData() : nullptr),
+          size_(values != nullptr ? values->size() : 0) {}
+
+    bool on(qint64 at) const { return at < size_ && bytes_[at] != 0; }
+
+    // Copies up to `length` bytes from `at` and returns how many there were.
+    int copy(qint64 at, char* to, int length) const {
+        const int n = static_cast<int>(qBound<qint64>(0, size_ - at, length));
+        if (n > 0) {
+            memcpy(to, bytes_ + at, static_cast<size_t>(n));
+        }
+        return n;
+    }
+
+private:
+    const char* bytes_;
+    qint64 size_;
+};
+
+// What SetRegisterData reads from the host's port record, read once per call.
+struct WriteSettings {
+    int blockLength;
+    int writeMode;
+};
+
+// The largest number of units a piece may carry. SetComInfo caps maxUnits, but the host owns the
+// record and may raise it later; pieces never exceed the cap, so payloads always fit a frame.
+int blockLength(const ComInfo& info) {
+    return qMin(effectiveMaxUnits(info), kMaxUnitsCap);
+}
+
+int clampedCount(int count, int unitsPerPiece) {
+    return static_cast<int>(qMin<qint64>(count, qint64{kMaxPiecesPerWrite} * unitsPerPiece));
+}
+
+void issue(RW_VAR& record, const WriteSettings& settings) {
+    if (settings.writeMode != kWriteThrough) {
+        write_data_to_local(record);
+        return;
+    }
+    AddListWriteVar(&record);
+    // While the link is down write_register does not mirror, so the image shows the value here.
+    if (isCommFailed()) {
+        write_data_to_local(record);
+    }
+}
+
+void issueBits(RW_VAR& record, const HostBuffer& in, int count, const WriteSettings& settings) {
+    const int piece = settings.blockLength * kBitsPerByte;
+    qint64 position = 0;
+    for (int remaining = clampedCount(count, piece); remaining > 0;) {
+        const int n = qMin(remaining, piece);
+        record.count = n;
+        record.data = QByteArray((n + kBitsPerByte - 1) / kBitsPerByte, '\0');
+        char* packed = record.data.data();
+        for (int j = 0; j < n; ++j) {
+            if (in.on(position + j)) {
+                packed[j / kBitsPerByte] =
+                    static_cast<char>(packed[j / kBitsPerByte] | 1 << (j % kBitsPerByte));
+            }
+        }
+        position += n;
+        issue(record, settings);
+        remaining -= n;
+        record.address = wrapAdd(record.address, n);
+    }
+}
+
+void issueWords(RW_VAR& record, const HostBuffer& in, int count, const WriteSettings& settings) {
+    const int piece = settings.blockLength;
+    qint64 position = 0;
+    for (int remaining = clampedCount(count, piece); remaining > 0;) {
+        const int n = qMin(remaining, piece);
+        record.count = n;
+        record.data = QByteArray(n * kBytesPerWord, '\0');
+        position += in.copy(position, record.data.data(), n * kBytesPerWord);
+        issue(record, settings);
+        remaining -= n;
+        record.address = wrapAdd(record.address, n);
+    }
+}
+
+// One record per bit; bit 15 of a word is followed by bit 0 of the next.
+void issueBitsOfWords(RW_VAR& record, const HostBuffer& in, int count,
+                      const WriteSettings& settings) {
+    record.count = 1;
+    record.data = QByteArray(1, '\0');
+    for (int i = 0, n = clampedCount(count, 1); i < n; ++i) {
+        record.data[0] = in.on(i) ? 1 : 0;
+        issue(record, settings);
+        record.address = wrapAdd(record.address, 1);
+    }
+}
+
+void mirrorBit(QHash<quint64, quint16>& cache, quint64 base, qint64 bitAddress, bool on) {
+    quint16& word = cache[bitKey(base, bitAddress)];  // a word never seen starts from 0
+    word = withBits(word, bitMask(bitAddress), on);
+}
+
+int writeListSize() {
+    MutexLock lock(PLC_driver.listMutex);
+    return PLC_driver.writeList.size();
+}
+
+}  // namespace
+
+int SetRegisterData(QString nameText, int area, QString address, int station, QByteArray* values,
+                    int count, int ownerId, int itemId) {
+    const int first = StringAddressToInt(area, address);
+    const ComInfo* info = PLC_driver.comInfo;
+    if (first < 0 || info == nullptr) {
+        return 0;
+    }
+    const WriteSettings settings{blockLength(*info), info->writeMode};
+
+    RW_VAR record;
+    record.ownerId = ownerId;
+    record.itemId = itemId;
+    record.direction = kWriteRequest;
+    record.remoteMode = info->remoteMode;
+    record.port = info->portId;
+    record.nameText = nameText;
+    record.addressText = address;
+    record.area = area;
+    record.address = first;
+    record.station = info->perVarStation == 0 ? info->defaultStation : station;
+    record.count = 1;
+
+    const HostBuffer in(values);
+    try {
+        if (isBitArea(area)) {
+            issueBits(record, in, count, settings);
+        } else if (isWordArea(area)) {
+            issueWords(record, in, count, settings);
+        } else if (area == kBitOfWordArea) {
+            issueBitsOfWords(record, in, count, settings);
+        }
+    } catch (...) {
+        // Out of memory: records issued so far stay queued and mirrored.
+    }
+    return writeListSize();
+}
+
+void write_data_to_local(const RW_VAR& record) {
+    const quint64 base = cacheKeyBase(record.station, record.area);
+    const qint64 first = record.address;
+    const QByteArray& data = record.data;
+
+    MutexLock lock(PLC_driver.cacheMutex);
+    QHash<quint64, quint16>& cache = PLC_driver.registerCache;
+    if (isBitArea(record.area)) {
+        // Only the bits the payload carries: a count beyond it has nothing to mirror.
+        const qint64 bits = qMin<qint64>(record.count, qint64{data.size()} * kBitsPerByte);
+        for (qint64 j = 0; j < bits; ++j) {
+            const unsigned int packed =
+                static_cast<unsigned char>(data.at(static_cast<int>(j / kBitsPerByte)));
+            mirrorBit(cache, base, first + j, (packed >> (j % kBitsPerByte) & 1u) != 0);
+        }
+    } else if (isWordArea(record.area)) {
+        const quint64 key = cacheKey(base, first);
+        for (int u = 0; u + 1 < data.size(); u += kBytesPerWord) {
+            const unsigned int low = static_cast<unsigned char>(data.at(u));
+            const unsigned int high = static_cast<unsigned char>(data.at(u + 1));
+            cache.insert(key + static_cast<quint64>(u / kBytesPerWord),
+                         static_cast<quint16>(low | high << 8));
+        }
+    } else if (record.area == kBitOfWordArea) {
+        mirrorBit(cache, base, first, bitOfWordValue(record));
+    }
+}

@@ -1,0 +1,70 @@
+// Storing read replies into the register image, and completing bit-of-word writes.
+//
+// Word areas arrive high byte first; bit areas as 16-bit groups, bits 0..7 first. The cache
+// itself holds plain 16-bit values.
+#include "driver/Communication_Protocol.h"
+#include "driver/areas.h"
+#include "driver/bit_word_write.h"
+#include "image/cache_key.h"
+#include "image/register_image.h"
+
+namespace {
+
+constexpr int kBytesPerWord = 2;
+
+unsigned int byteAt(const QByteArray& bytes, int index) {
+    return static_cast<unsigned char>(bytes.at(index));
+}
+
+}  // namespace
+
+void SaveToLocalDataErea(QByteArray* reply) {
+    if (reply == nullptr || PLC_driver.requestQueue.isEmpty()) {
+        return;
+    }
+    const Protocol& request = PLC_driver.requestQueue.first();
+    if (request.var.mark == kMarkBitWordRead) {
+        SpecialRegisterSave(reply);
+        return;
+    }
+    if (request.dataOffset < 0 || request.dataLength <= 0) {
+        return;
+    }
+    const int area = PLC_driver.get_plc_reg(request.var.area);
+    const bool bits = static_cast<unsigned int>(area) <= static_cast<unsigned int>(kLastBitArea);
+    // Reply handling has matched the reply's length to the request; a shorter reply would still
+    // store only the whole words it holds.
+    const qint64 end = qMin(static_cast<qint64>(request.dataOffset) + request.dataLength,
+                            static_cast<qint64>(reply->size()));
+    quint64 key = cacheKey(cacheKeyBase(request.var.station, area), request.var.address);
+    for (qint64 at = request.dataOffset; at + kBytesPerWord <= end; at += kBytesPerWord, ++key) {
+        const unsigned int first = byteAt(*reply, static_cast<int>(at));
+        const unsigned int second = byteAt(*reply, static_cast<int>(at) + 1);
+        const unsigned int word = bits ? (first | second << 8) : (first << 8 | second);
+        PLC_driver.registerCache.insert(key, static_cast<quint16>(word));
+    }
+}
+
+// The bit and its new value are taken from the write request's own copy of the record, made
+// while the scheduler held listMutex to build both frames. The head of writeList is the same
+// record, but a host thread may be appending to writeList right now, and listMutex cannot be
+// taken here: reply handling holds cacheMutex, the innermost lock.
+void SpecialRegisterSave(const QByteArray* reply) {
+    QList<Protocol>& queue = PLC_driver.requestQueue;
+    if (reply == nullptr || reply->size() < kBitWordReplyLength || queue.size() < 2 ||
+        queue.at(1).frame.size() < kBitWordWriteFrameLength) {
+        return;
+    }
+    const RW_VAR& write = queue.at(1).var;
+    const quint16 read = static_cast<quint16>(byteAt(*reply, kBitWordReplyWordOffset) << 8 |
+                                              byteAt(*reply, kBitWordReplyWordOffset + 1));
+    const quint16 word = withBits(read, bitMask(write.address), bitOfWordValue(write));
+
+    QByteArray& frame = queue[1].frame;
+    auto* bytes = reinterpret_cast<unsigned char*>(frame.data());
+    bytes[kBitWordWriteWordOffset] = static_cast<unsigned char>(word >> 8);
+    bytes[kBitWordWriteWordOffset + 1] = static_cast<unsigned char>(word);
+    const unsigned short crc = CalCRC(bytes, kBitWordWriteCrcOffset);
+    bytes[kBitWordWriteCrcOffset] = static_cast<unsigned char>(crc);
+    bytes[kBitWordWriteCrcOffset + 1] = static_cast<unsigned char>(crc >> 8);
+}
