@@ -158,8 +158,10 @@ void PlcModel::writeBitsPacked(int station, int code, std::uint32_t bitAddress, 
 // A write is acknowledged with 10 bytes: station, function, six bytes of the request's
 // addressing (area and address), CRC.
 Bytes PlcModel::writeAck(int station, std::uint8_t function, const std::uint8_t* addressing) {
-    Bytes r{static_cast<std::uint8_t>(station), function};
-    r.insert(r.end(), addressing, addressing + kAckAddressingBytes);
+    Bytes r(2 + kAckAddressingBytes);
+    r[0] = static_cast<std::uint8_t>(station);
+    r[1] = function;
+    std::copy(addressing, addressing + kAckAddressingBytes, r.begin() + 2);
     appendCrc(r);
     return r;
 }
