@@ -99,11 +99,19 @@ KORVAN_API int QueryFinishFlag();
 KORVAN_API void EnCommStation(int station, int enable);
 KORVAN_API void EnableEthernet(int station, int enable);
 KORVAN_API int PLCAddressChangeIntef(int area, QString text);
+// The polling pair, called in turn from one thread: the next frame to send (null: nothing now),
+// then the reply to it. Both returned records are the driver's and stay valid until the next
+// polling call.
+KORVAN_API Protocol* ComCommunication();
+KORVAN_API RW_VAR* DataCom(QByteArray* reply, int length);
 KORVAN_API int AddListReadVar(RW_VAR* var);
 KORVAN_API int AddListWriteVar(RW_VAR* var);
 KORVAN_API int AddListOnceReadVar(RW_VAR* var, int mode);
 // Replaces the cyclic read list by the block reads planned from `list`; returns their number.
 KORVAN_API int ReCreatReadVarList(QList<HOSTVAR>* list);
+// Reads `count` units from the register image into `buffer` (the first text is ignored).
+KORVAN_API int GetRegisterData(QString first, int area, QString address, int station,
+                               QByteArray* buffer, int count);
 KORVAN_API int SetRegisterData(QString nameText, int area, QString address, int station,
                                QByteArray* values, int count, int ownerId, int itemId);
 }
