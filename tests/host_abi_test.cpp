@@ -9,6 +9,7 @@
 
 #include "korvan_qa_qb_series_port.h"
 #include "loaded_library.h"
+#include "plc_model.h"
 
 namespace {
 
@@ -27,18 +28,33 @@ const char* const kExtern_C_Names[] = {
 };
 
 const char* const kCxxNames[] = {
-    "_Z16Ethernetcontainsi",                       // Ethernetcontains(int)
-    "_Z6CalCRCPht",                                // CalCRC(unsigned char*, unsigned short)
-    "_Z6CalSUMPht",                                // CalSUM
-    "_Z6CalLRCPht",                                // CalLRC
-    "_Z6CalXORPht",                                // CalXOR
-    "_Z14DigitalToASCIIi",                         // DigitalToASCII(int)
-    "_Z14ASCIIToDigitali",                         // ASCIIToDigital(int)
-    "_Z12CheckGetDataPK10QByteArray",              // CheckGetData(const QByteArray*)
-    "_Z18StringAddressToInti7QString",             // StringAddressToInt(int, QString)
-    "_Z13read_registerRK6RW_VAR",                  // read_register(const RW_VAR&)
-    "_Z12passRetValueRK6RW_VARRS_",                // passRetValue(const RW_VAR&, RW_VAR&)
-    "_Z20customMessageHandler9QtMsgTypePKc",       // customMessageHandler(QtMsgType, const char*)
+    "_Z16Ethernetcontainsi",                   // Ethernetcontains(int)
+    "_Z6CalCRCPht",                            // CalCRC(unsigned char*, unsigned short)
+    "_Z6CalSUMPht",                            // CalSUM
+    "_Z6CalLRCPht",                            // CalLRC
+    "_Z6CalXORPht",                            // CalXOR
+    "_Z14DigitalToASCIIi",                     // DigitalToASCII(int)
+    "_Z14ASCIIToDigitali",                     // ASCIIToDigital(int)
+    "_Z12CheckGetDataPK10QByteArray",          // CheckGetData(const QByteArray*)
+    "_Z18StringAddressToInti7QString",         // StringAddressToInt(int, QString)
+    "_Z12WhetherGroupiiP6RW_VARP5QListIS_E",   // WhetherGroup(int, int, RW_VAR*, QList<RW_VAR>*)
+    "_Z11Bubble_SortP5QListI6RW_VARE",         // Bubble_Sort(QList<RW_VAR>*)
+    "_Z13BitVarReCreatP5QListI6RW_VAREi",      // BitVarReCreat(QList<RW_VAR>*, int)
+    "_Z13read_registerRK6RW_VAR",              // read_register(const RW_VAR&)
+    "_Z14write_registerRK6RW_VAR",             // write_register(const RW_VAR&)
+    "_Z12write_analogRK6RW_VAR",               // write_analog(const RW_VAR&)
+    "_Z16write_analog_bitRK6RW_VAR",           // write_analog_bit(const RW_VAR&)
+    "_Z14Remote_ReadVarRK6RW_VAR",             // Remote_ReadVar(const RW_VAR&)
+    "_Z15Remote_WriteVarRK6RW_VAR",            // Remote_WriteVar(const RW_VAR&)
+    "_Z19SaveToLocalDataEreaP10QByteArray",    // SaveToLocalDataErea(QByteArray*)
+    "_Z19SpecialRegisterSavePK10QByteArray",   // SpecialRegisterSave(const QByteArray*)
+    "_Z19write_data_to_localRK6RW_VAR",        // write_data_to_local(const RW_VAR&)
+    "_Z19DealDataOfLocalAreaP10QByteArrayi",   // DealDataOfLocalArea(QByteArray*, int)
+    "_Z20DealDataOfRemoteAreaP10QByteArrayi",  // DealDataOfRemoteArea(QByteArray*, int)
+    "_Z20GetDriverReturnValuei",               // GetDriverReturnValue(int)
+    "_Z17SwitchErrorReturni",                  // SwitchErrorReturn(int)
+    "_Z12passRetValueRK6RW_VARRS_",            // passRetValue(const RW_VAR&, RW_VAR&)
+    "_Z20customMessageHandler9QtMsgTypePKc",   // customMessageHandler(QtMsgType, const char*)
     "_ZN22Communication_Protocol11get_plc_regEi",  // Communication_Protocol::get_plc_reg(int)
     "_ZN22Communication_Protocol13update_rw_varEP6RW_VAR",
     "_ZN22Communication_Protocol19register_identifierEh",
@@ -282,4 +298,43 @@ TEST_F(HostAbi, InstalledMessageHandlerWritesTheLog) {
     ASSERT_EQ(lines.size(), 3);
     EXPECT_TRUE(lines[0].endsWith(":panel 7 started")) << lines[0].constData();
     EXPECT_TRUE(lines[1].endsWith(":line noise"));
+}
+
+// The typical cyclic read, end to end: plan, poll, answer from the PLC, read the value back.
+TEST_F(HostAbi, WholeExchangeThroughTheLoadedLibrary) {
+    auto setComInfo = lib.get<void (*)(ComInfo*)>("SetComInfo");
+    auto rebuild = lib.get<int (*)(QList<HOSTVAR>*)>("ReCreatReadVarList");
+    auto next = lib.get<Protocol* (*)()>("ComCommunication");
+    auto dataCom = lib.get<RW_VAR* (*)(QByteArray*, int)>("DataCom");
+    auto getData =
+        lib.get<int (*)(QString, int, QString, int, QByteArray*, int)>("GetRegisterData");
+
+    plcsim::PlcModel plc({1});
+    plc.setWord(1, 0x80, 100, 0x1234);
+    plc.setWord(1, 0x80, 101, 0xABCD);
+    ComInfo info;
+    info.maxUnits = 100;
+    info.defaultStation = 1;
+    info.portId = 1;
+    setComInfo(&info);
+    HOSTVAR var;
+    var.area = 14;
+    var.addressText = QStringLiteral("100");
+    var.count = 2;
+    QList<HOSTVAR> vars{var};
+    EXPECT_EQ(rebuild(&vars), 1);
+
+    Protocol* p = next();
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(p->frame, bytes({0x01, 0x20, 0x80, 0x00, 0x00, 0x64, 0x00, 0x02, 0x7F, 0xDB}));
+    const plcsim::Reply r = plc.handle(plcsim::Bytes(p->frame.begin(), p->frame.end()));
+    QByteArray reply(reinterpret_cast<const char*>(r.bytes.data()),
+                     static_cast<int>(r.bytes.size()));
+    ASSERT_EQ(reply.size(), p->replyLength);
+    EXPECT_EQ(dataCom(&reply, reply.size())->result, 1);
+
+    QByteArray out;
+    EXPECT_EQ(getData(QString(), 14, QStringLiteral("100"), 1, &out, 2), 1);
+    EXPECT_EQ(out, bytes({0x34, 0x12, 0xCD, 0xAB}));
+    setComInfo(nullptr);
 }
