@@ -18,6 +18,7 @@ constexpr std::size_t kPointer = sizeof(void*);
 // Offsets of driver object members that a host may read.
 constexpr std::size_t kComInfoOffset = 0;
 constexpr std::size_t kRequestQueueOffset = 5 * kPointer;
+constexpr std::size_t kResultCallbackOffset = 7 * kPointer;
 constexpr std::size_t kStationMapOffset = 12 * kPointer;
 constexpr std::size_t kCurrentSourceOffset = 13 * kPointer + sizeof(RW_VAR);
 
@@ -118,72 +119,148 @@ TEST_F(HostAbi, ExportsEveryInterfaceName) {
     EXPECT_EQ(lib.symbol("_Z10parseIntRK7QStringi"), nullptr);
 }
 
-TEST_F(HostAbi, PortRecordAndStationSwitches) {
+TEST_F(HostAbi, PortRecordCallbacksAndLocalAreas) {
     auto setComInfo = lib.get<void (*)(ComInfo*)>("SetComInfo");
-    auto enComm = lib.get<void (*)(int, int)>("EnCommStation");
-    auto enableEthernet = lib.get<void (*)(int, int)>("EnableEthernet");
-    auto contains = lib.get<int (*)(int)>("_Z16Ethernetcontainsi");
+    auto registerCallbacks =
+        lib.get<void (*)(ResultCallback, ErrorCallback)>("RegistCallBackFuncIntf");
+    auto flash = lib.get<void (*)(void*, void*, void*)>("FlashLocalRegister");
     auto finished = lib.get<int (*)()>("QueryFinishFlag");
 
     EXPECT_EQ(finished(), 1);
-    ComInfo info;
-    info.maxUnits = 250;
-    info.clearedWord10 = 5;
-    info.clearedWord13 = 5;
-    setComInfo(&info);
-    EXPECT_EQ(info.maxUnits, 100);
-    EXPECT_EQ(info.clearedWord10 + info.clearedWord13, 0);
-    EXPECT_EQ(member<ComInfo*>(kComInfoOffset), &info);
-    info.maxUnits = -5;
-    setComInfo(&info);
-    EXPECT_EQ(info.maxUnits, -5);
+    for (int given : {250, 101, 100, 7, 0, -5}) {  // capped from above only
+        ComInfo info;
+        info.maxUnits = given;
+        info.clearedWord10 = 5;
+        info.clearedWord13 = 5;
+        setComInfo(&info);
+        EXPECT_EQ(info.maxUnits, given > 100 ? 100 : given);
+        EXPECT_EQ(info.clearedWord10 + info.clearedWord13, 0);
+        EXPECT_EQ(member<ComInfo*>(kComInfoOffset), &info);
+    }
+    setComInfo(nullptr);
+
+    auto onResult = [](int, int, int, int) { return 0; };
+    auto onError = [](QList<RW_VAR>*, int, int) { return 0; };
+    registerCallbacks(onResult, onError);
+    EXPECT_EQ(member<ResultCallback>(kResultCallbackOffset), +onResult);
+    EXPECT_EQ(member<ErrorCallback>(kResultCallbackOffset + kPointer), +onError);
+    registerCallbacks(nullptr, nullptr);
+
+    int bits = 0, words = 0, third = 0;
+    flash(&bits, &words, &third);
+    EXPECT_EQ(*lib.get<void**>("LB"), &bits);
+    EXPECT_EQ(*lib.get<void**>("LW"), &words);
+    EXPECT_EQ(*lib.get<void**>("RWI"), &third);
+    EXPECT_EQ(finished(), 1);
+}
+
+TEST_F(HostAbi, StationSwitchesShareOneExactMap) {
+    auto enComm = lib.get<void (*)(int, int)>("EnCommStation");
+    auto enableEthernet = lib.get<void (*)(int, int)>("EnableEthernet");
+    auto contains = lib.get<int (*)(int)>("_Z16Ethernetcontainsi");
 
     enComm(3, 0);
     enComm(3, 0);
+    EXPECT_EQ((member<QMap<int, int>>(kStationMapOffset).size()), 1);
     EXPECT_EQ(contains(3), 1);
     EXPECT_EQ(contains(2), 0);
     EXPECT_EQ(contains(4), 0);
     enableEthernet(3, 1);
     EXPECT_EQ(contains(3), 0);
+
     enComm(5, 0);
-    enComm(5, 7);
+    enComm(5, 7);  // enable values other than 0 and 1 change nothing
+    enableEthernet(5, -1);
     EXPECT_EQ(contains(5), 1);
-    enComm(-1, 1);
+    enComm(-1, 1);  // a negative station serves every station again
     EXPECT_EQ(contains(5), 0);
-    EXPECT_EQ(finished(), 1);
-    setComInfo(nullptr);
+    enComm(4, 0);
+    enableEthernet(-7, 0);
+    EXPECT_EQ(contains(4), 0);
 }
 
+// Parsing follows QString::toInt: white space around the number and one sign are accepted.
 TEST_F(HostAbi, AddressTextsByArea) {
     auto change = lib.get<int (*)(int, QString)>("PLCAddressChangeIntef");
     auto toInt = lib.get<int (*)(int, QString)>("_Z18StringAddressToInti7QString");
-    struct Case {
+    const struct {
         int area;
         const char* text;
         int expected;
+    } cases[] = {
+        {0, "17", 15},
+        {1, "17", 15},
+        {0, "18", -1},
+        {1, "9", -1},
+        {5, "17", 17},
+        {-1, "250", 250},
+        {30, "12", 12},
+        {14, " +12 ", 12},
+        {14, "-12", -12},
+        {14, "", -1},
+        {14, "1 2", -1},
+        {14, "0x10", -1},
+        {14, "12a", -1},
+        {14, "99999999999", -1},
+        {28, "2147483647", 2147483647},
+        {29, "10.3", 163},
+        {29, "0.0", 0},
+        {29, "3.20", 68},
+        {29, "4.4", 68},
+        {29, "10.", -1},
+        {29, ".3", -1},
+        {29, "10", -1},
+        {29, "1.2.3", -1},
+        {29, "a.3", -1},
+        {29, "", -1},
+        {29, " 10 . 3 ", 163},
+        {29, "2147483647.15", -1},  // the word wraps in 32 bits instead of overflowing
     };
-    const Case cases[] = {{0, "17", 15},     {0, "18", -1},    {5, "17", 17},   {-1, "250", 250},
-                          {29, "10.3", 163}, {29, "10.", -1},  {29, ".3", -1},  {29, "10", -1},
-                          {29, "1.2.3", -1}, {29, "3.20", 68}, {14, " +7 ", 7}, {14, "", -1}};
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(change(c.area, QString::fromLatin1(c.text)), c.expected)
-            << c.area << " " << c.text;
+            << c.area << " '" << c.text << "'";
         EXPECT_EQ(toInt(c.area, QString::fromLatin1(c.text)), c.expected);
     }
+}
 
+TEST_F(HostAbi, BitAddressesNormaliseToCoveringWords) {
     auto update =
         lib.get<void (*)(void*, RW_VAR*)>("_ZN22Communication_Protocol13update_rw_varEP6RW_VAR");
     auto cacheArea = lib.get<int (*)(void*, int)>("_ZN22Communication_Protocol11get_plc_regEi");
-    RW_VAR v;
-    v.area = 29;
-    v.address = 165;
-    v.count = 1;
-    update(driver, &v);
-    EXPECT_EQ(v.area, 14);
-    EXPECT_EQ(v.address, 10);
-    EXPECT_EQ(v.count, 1);
-    EXPECT_EQ(cacheArea(driver, 29), 14);
-    EXPECT_EQ(cacheArea(driver, 28), 28);
+    const struct {
+        int area, address, count;
+        int toArea, toAddress, toCount;
+    } cases[] = {
+        {2, 35, 20, 2, 2, 2},  // bits 35..54 lie in words 2 and 3
+        {0, 16, 16, 0, 1, 1},
+        {0, 15, 2, 0, 0, 2},  // bits 15 and 16 straddle two words
+        {0, 32, 0, 0, 2, 0},
+        {13, 33, 0, 13, 2, 1},
+        {29, 165, 1, 14, 10, 1},  // 10.5 is a bit of word 10 of area 14
+        {3, -17, 1, 3, -2, 1},    // arithmetic shift keeps the sign
+        {3, 15, 2147483647, 3, 0, static_cast<int>(0x80000000u + 29u) >> 4},  // wraps
+        {14, 1234, 17, 14, 1234, 17},
+        {20, 1, 1, 20, 1, 1},
+        {30, 99, 3, 30, 99, 3},
+        {-1, 99, 3, -1, 99, 3},
+    };
+    for (const auto& c : cases) {
+        RW_VAR v;
+        v.area = c.area;
+        v.address = c.address;
+        v.count = c.count;
+        update(driver, &v);
+        EXPECT_EQ(v.area, c.toArea) << c.area << " " << c.address;
+        EXPECT_EQ(v.address, c.toAddress) << c.area << " " << c.address;
+        EXPECT_EQ(v.count, c.toCount) << c.area << " " << c.address;
+    }
+    update(driver, nullptr);
+    for (int area : {14, 29}) {
+        EXPECT_EQ(cacheArea(driver, area), 14);
+    }
+    for (int area : {0, 28, -3}) {
+        EXPECT_EQ(cacheArea(driver, area), area);
+    }
 }
 
 TEST_F(HostAbi, ChecksumsAndDigits) {
@@ -198,19 +275,35 @@ TEST_F(HostAbi, ChecksumsAndDigits) {
     unsigned char frame[] = {0x01, 0x20, 0x80, 0x00, 0x00, 0x64, 0x00, 0x02};
     unsigned char digits[] = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
     unsigned char zero[] = {0x00};
-    EXPECT_EQ(crc(frame, 8), 0xDB7F);
+    EXPECT_EQ(crc(frame, 8), 0xDB7F);  // sent low byte first: 7F DB
     EXPECT_EQ(crc(digits, 9), 0x4B37);
     EXPECT_EQ(crc(zero, 1), 0x40BF);
     EXPECT_EQ(crc(zero, 0), 0xFFFF);
+    EXPECT_EQ(crc(nullptr, 5), 0xFFFF);  // a null buffer counts as empty
     std::vector<unsigned char> ff(300, 0xFF);
     EXPECT_EQ(sum(ff.data(), 300), 0x2AD4);
+    EXPECT_EQ(sum(nullptr, 3), 0);
+    unsigned char one[] = {0x01};
     unsigned char halves[] = {0x80, 0x80};
+    EXPECT_EQ(lrc(one, 1), 0xFF);
     EXPECT_EQ(lrc(halves, 2), 256);
+    EXPECT_EQ(lrc(one, 0), 256);
     unsigned char three[] = {0x12, 0x34, 0x56};
     EXPECT_EQ(xorOf(three, 3), 0x70);
-    EXPECT_EQ(toAscii(10), 0x41);
-    EXPECT_EQ(toAscii(-1), 0x2F);
-    EXPECT_EQ(toDigit(0x61), 42);
+    EXPECT_EQ(xorOf(three, 1), 0x12);
+    EXPECT_EQ(xorOf(three, 0), 0x12);  // the first byte is taken whatever the length
+    EXPECT_EQ(xorOf(nullptr, 2), 0);
+
+    const int toAsciiCases[][2] = {{0, '0'}, {9, '9'}, {10, 0x41}, {15, 'F'}, {-1, 0x2F}};
+    for (const auto& c : toAsciiCases) {
+        EXPECT_EQ(toAscii(c[0]), c[1]) << c[0];
+    }
+    EXPECT_EQ(toAscii(2147483647), static_cast<int>(0x80000036u));  // wraps, no trap
+    const int toDigitCases[][2] = {{'7', 7},  {0x3F, 15}, {0x46, 15}, {0x40, 0},
+                                   {0x20, 0}, {0x61, 42}, {-5, 0}};
+    for (const auto& c : toDigitCases) {
+        EXPECT_EQ(toDigit(c[0]), c[1]) << c[0];
+    }
 }
 
 TEST_F(HostAbi, ReadFramesAndReplyValidation) {
