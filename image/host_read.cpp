@@ -14,6 +14,9 @@ namespace {
 constexpr int kInvalidAddress = 0;
 constexpr int kRead = 1;
 constexpr int kBytesPerWord = 2;
+// The longest byte array Qt can allocate: its block, with header and terminator, must stay within
+// INT_MAX bytes. Asking for more would only end in a failed allocation.
+constexpr qint64 kLargestBuffer = INT_MAX - 64;
 
 bool isBitForm(int area) {
     return isBitArea(area) || area == kBitOfWordArea;
@@ -24,7 +27,7 @@ bool isBitForm(int area) {
 // more than a byte array can hold.
 qint64 bufferSize(bool bitForm, int count) {
     const qint64 size = static_cast<qint64>(count) * (bitForm ? 1 : kBytesPerWord);
-    return size > INT_MAX ? -1 : size;
+    return size > kLargestBuffer ? -1 : size;
 }
 
 void readBits(QByteArray& buffer, quint64 base, qint64 first, int count) {
