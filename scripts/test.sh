@@ -2,7 +2,8 @@
 # Installs what the build needs (Debian packages), then builds and runs every test:
 #   1. the normal build, warnings as errors;
 #   2. the same suite under AddressSanitizer and UndefinedBehaviorSanitizer;
-#   3. the concurrency tests under ThreadSanitizer.
+#   3. the concurrency tests under ThreadSanitizer;
+#   4. a short run of every fuzz target.
 # Exits non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -20,6 +21,8 @@ if ((${#missing[@]})); then
 fi
 
 jobs=$(nproc)
+summary=$(mktemp)
+trap 'rm -f "$summary"' EXIT
 
 run_suite() {
     local name=$1
@@ -29,7 +32,7 @@ run_suite() {
     cmake --build "build/$name" -j "$jobs"
     echo "== $name: test"
     # Serial: two tests share the fixed debug log file.
-    ctest --test-dir "build/$name" --output-on-failure
+    ctest --test-dir "build/$name" --output-on-failure | tee -a "$summary"
 }
 
 run_suite default -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -44,4 +47,30 @@ CC=clang-14 CXX=clang++-14 cmake -S . -B build/tsan -G Ninja -DKORVAN_WERROR=ON 
     -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVAN_BUILD_BENCH=OFF -DKORVAN_SANITIZE=thread >/dev/null
 cmake --build build/tsan -j "$jobs"
 echo "== tsan: test"
-TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build/tsan --output-on-failure -R Concurrency
+TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build/tsan --output-on-failure -R Concurrency |
+    tee -a "$summary"
+
+# A short run of every fuzz target from its seed corpus (new inputs go to a scratch folder).
+echo "== fuzz: configure and build"
+CC=clang-14 CXX=clang++-14 cmake -S . -B build/fuzz -G Ninja -DKORVAN_WERROR=ON \
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVAN_FUZZ=ON -DKORVAN_SANITIZE=address,undefined \
+    -DKORVAN_BUILD_TESTS=OFF -DKORVAN_BUILD_BENCH=OFF >/dev/null
+cmake --build build/fuzz -j "$jobs"
+for target in fuzz_reply fuzz_address fuzz_rebuild fuzz_session; do
+    echo "== fuzz: $target"
+    scratch=$(mktemp -d)
+    if ! "build/fuzz/fuzz/$target" -max_total_time="${FUZZ_SECONDS:-15}" -print_final_stats=1 \
+        -artifact_prefix="build/fuzz/$target-" "$scratch" "fuzz/corpus/$target" \
+        >"build/fuzz/$target.log" 2>&1; then
+        tail -n 40 "build/fuzz/$target.log"
+        rm -rf "$scratch"
+        echo "fuzz target $target found a problem; the input is in build/fuzz/"
+        exit 1
+    fi
+    grep -E 'stat::number_of_executed_units' "build/fuzz/$target.log" || true
+    rm -rf "$scratch"
+done
+
+# One closing line over every suite run above.
+awk '/tests passed, .* tests failed out of/ {total += $NF; failed += $4}
+     END {printf "summary: %d passed, %d failed\n", total - failed, failed}' "$summary"

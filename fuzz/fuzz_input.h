@@ -1,0 +1,90 @@
+// Reading a fuzzer's bytes as the arguments of driver calls, and putting the driver back into
+// its just-loaded state between inputs so that every input is judged on its own.
+#ifndef KORVAN_FUZZ_FUZZ_INPUT_H
+#define KORVAN_FUZZ_FUZZ_INPUT_H
+
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+
+#include "driver/Communication_Protocol.h"
+
+class FuzzInput {
+public:
+    FuzzInput(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
+
+    bool empty() const { return at_ >= size_; }
+
+    std::uint8_t byte() { return at_ < size_ ? data_[at_++] : 0; }
+
+    int int16() { return static_cast<std::int16_t>(byte() | byte() << 8); }
+
+    // Counts as a host may pass them: mostly small, sometimes zero, negative or extreme. Extreme
+    // values stay within what a test can run in a moment.
+    int count() {
+        switch (byte() % 8) {
+            case 0:
+                return 0;
+            case 1:
+                return -1 - byte();
+            case 2:
+                return INT_MAX;
+            case 3:
+                return INT_MIN;
+            case 4:
+                return int16() & 0xFFFF;
+            default:
+                return byte() % 40;
+        }
+    }
+
+    // Areas 0..29 most of the time, and the odd value outside.
+    int area() {
+        const std::uint8_t b = byte();
+        return b < 240 ? b % 30 : static_cast<std::int8_t>(b) * 7;
+    }
+
+    QByteArray bytes(std::size_t length) {
+        const std::size_t n = length < size_ - at_ ? length : size_ - at_;
+        QByteArray out(reinterpret_cast<const char*>(data_ + at_), static_cast<int>(n));
+        at_ += n;
+        return out;
+    }
+
+    // A text of up to 15 bytes, Latin-1.
+    QString text() { return QString::fromLatin1(bytes(byte() % 16)); }
+
+    QByteArray rest() { return bytes(size_ - at_); }
+
+private:
+    const std::uint8_t* data_;
+    std::size_t size_;
+    std::size_t at_ = 0;
+};
+
+inline void resetDriverForFuzzing(ComInfo* info) {
+    Communication_Protocol& d = PLC_driver;
+    d.readList.clear();
+    d.writeList.clear();
+    d.onceReadList.clear();
+    d.requestQueue.clear();
+    d.stationMap.clear();
+    d.retVar = RW_VAR();
+    d.currentSource = kSourceNone;
+    d.writeBurst = 0;
+    d.onceBurst = 0;
+    d.scanCount = 0;
+    d.commFailed = 0;
+    d.registerCache.clear();
+    *info = ComInfo();
+    info->maxUnits = 100;
+    info->defaultStation = 1;
+    info->retryLimit = 2;
+    info->portId = 1;
+    info->writeMode = 2;
+    SetComInfo(info);
+    RegistCallBackFuncIntf([](int, int, int, int) { return 0; },
+                           [](QList<RW_VAR>*, int, int) { return 0; });
+}
+
+#endif

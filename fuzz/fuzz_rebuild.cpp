@@ -1,0 +1,38 @@
+// Arbitrary host lists into ReCreatReadVarList. Besides crashes: the result is the size of
+// readList, and under the span rule every block reads between 1 and the block length words.
+#include <cstdlib>
+
+#include "fuzz_input.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static ComInfo info;
+    resetDriverForFuzzing(&info);
+    FuzzInput in(data, size);
+    info.maxUnits = static_cast<std::int8_t>(in.byte());
+    info.perVarStation = in.byte() % 2;
+    info.defaultStation = in.byte() % 3;
+
+    QList<HOSTVAR> list;
+    while (!in.empty() && list.size() < 128) {
+        HOSTVAR h;
+        h.area = static_cast<quint8>(in.area());
+        h.station = in.byte() % 4;
+        h.count = in.count() % 4096;
+        h.addressText = in.text();
+        h.nameText = QStringLiteral("v");
+        list.append(h);
+    }
+    const int planned = ReCreatReadVarList(&list);
+    if (planned != PLC_driver.readList.size()) {
+        abort();
+    }
+    const int max = info.maxUnits;
+    if (max >= 2) {
+        for (const RW_VAR& block : PLC_driver.readList) {
+            if (block.count < 1 || block.count > max) {
+                abort();
+            }
+        }
+    }
+    return 0;
+}
