@@ -1,0 +1,57 @@
+// The library loaded and unloaded a hundred times with a little of everything in between. Each
+// load must start from a freshly constructed driver, and the ASan suite's LeakSanitizer checks
+// that unloading releases what the driver held.
+#include <gtest/gtest.h>
+
+#include "korvan_qa_qb_series_port.h"
+#include "loaded_library.h"
+#include "plc_model.h"
+
+TEST(LoadUnload, HundredCyclesWithWorkInBetween) {
+    plcsim::PlcModel plc({1});
+    for (int cycle = 0; cycle < 100; ++cycle) {
+        LoadedLibrary lib;
+        ASSERT_TRUE(lib.loaded()) << LoadedLibrary::error();
+        auto setComInfo = lib.get<void (*)(ComInfo*)>("SetComInfo");
+        auto switchStation = lib.get<void (*)(int, int)>("EnCommStation");
+        auto switchedOff = lib.get<int (*)(int)>("_Z16Ethernetcontainsi");
+        auto rebuild = lib.get<int (*)(QList<HOSTVAR>*)>("ReCreatReadVarList");
+        auto next = lib.get<Protocol* (*)()>("ComCommunication");
+        auto dataCom = lib.get<RW_VAR* (*)(QByteArray*, int)>("DataCom");
+        auto read =
+            lib.get<int (*)(QString, int, QString, int, QByteArray*, int)>("GetRegisterData");
+        auto write = lib.get<int (*)(QString, int, QString, int, QByteArray*, int, int, int)>(
+            "SetRegisterData");
+
+        EXPECT_EQ(switchedOff(3), 0) << "cycle " << cycle;  // nothing left from the last load
+        QByteArray value;
+        EXPECT_EQ(read(QString(), 14, QStringLiteral("7"), 1, &value, 1), 1);
+        EXPECT_EQ(value, QByteArray(2, '\0')) << "cycle " << cycle;
+
+        ComInfo info;
+        info.maxUnits = 10;
+        info.defaultStation = 1;
+        info.portId = 1;
+        info.writeMode = 2;
+        setComInfo(&info);
+        HOSTVAR tag;
+        tag.area = 14;
+        tag.addressText = QStringLiteral("0");
+        tag.count = 8;
+        QList<HOSTVAR> tags{tag};
+        rebuild(&tags);
+        value = QByteArray(2, static_cast<char>(cycle));
+        write(QString(), 14, QStringLiteral("7"), 1, &value, 1, 1, cycle);
+        switchStation(3, 0);
+        for (int round = 0; round < 3; ++round) {
+            Protocol* p = next();
+            ASSERT_NE(p, nullptr);
+            const plcsim::Reply r = plc.handle(plcsim::Bytes(p->frame.begin(), p->frame.end()));
+            QByteArray reply(reinterpret_cast<const char*>(r.bytes.data()),
+                             static_cast<int>(r.bytes.size()));
+            EXPECT_EQ(dataCom(&reply, reply.size())->result, 1);
+        }
+        EXPECT_EQ(plc.word(1, 0x80, 7), (cycle & 0xFF) * 0x101);
+        setComInfo(nullptr);
+    }
+}
