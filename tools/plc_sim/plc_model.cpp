@@ -84,7 +84,17 @@ bool PlcModel::isBitAreaCode(int code) {
 
 std::uint16_t PlcModel::word(int station, int areaCode, std::uint32_t address) const {
     const auto it = memory_.find({station, areaCode, address});
-    return it == memory_.end() ? 0 : it->second;
+    if (it != memory_.end()) {
+        return it->second;
+    }
+    return fill_ ? fill_(station, areaCode, address) : 0;
+}
+
+// A word on its way into a reply is kept, so that memory() lists what the host has seen.
+std::uint16_t PlcModel::readWord(int station, int code, std::uint32_t address) {
+    const std::uint16_t w = word(station, code, address);
+    memory_.emplace(std::make_tuple(station, code, address), w);
+    return w;
 }
 
 void PlcModel::setWord(int station, int areaCode, std::uint32_t address, std::uint16_t value) {
@@ -127,7 +137,8 @@ Bytes PlcModel::readBits(int station, int code, std::uint32_t bitAddress, std::u
     Bytes r{static_cast<std::uint8_t>(station), function, static_cast<std::uint8_t>(bytes)};
     r.resize(3 + bytes, 0);
     for (std::uint32_t i = 0; i < bits; ++i) {
-        if (bit(station, code, bitAddress + i)) {
+        const std::uint32_t at = bitAddress + i;
+        if ((readWord(station, code, at >> 4) >> (at & 15)) & 1) {
             r[3 + i / 8] |= static_cast<std::uint8_t>(1u << (i % 8));
         }
     }
@@ -140,7 +151,7 @@ Bytes PlcModel::readWords(int station, int code, std::uint32_t address, std::uin
                           std::uint8_t function) {
     Bytes r{static_cast<std::uint8_t>(station), function, static_cast<std::uint8_t>(2 * words)};
     for (std::uint32_t i = 0; i < words; ++i) {
-        const std::uint16_t w = word(station, code, address + i);
+        const std::uint16_t w = readWord(station, code, address + i);
         r.push_back(static_cast<std::uint8_t>(w >> 8));
         r.push_back(static_cast<std::uint8_t>(w & 0xFF));
     }
