@@ -11,6 +11,7 @@ constexpr long kMaxBlockLength = 100;
 constexpr long kMaxRetries = 100;
 constexpr long kMaxTurnaroundMs = 60000;
 constexpr long kMaxScans = 1L << 30;
+constexpr long kMaxCycleMs = 3600000;
 
 double parseSeconds(const std::string& text) {
     char* end = nullptr;
@@ -73,6 +74,7 @@ Variables and writes:
   --write-at-scan N       make the writes after N complete scans (default 0: at once)
 
 Run and output:
+  --cycle MS              start a scan at most every MS milliseconds (default 0: back to back)
   --scans N, --seconds S  stop after N complete scans or S seconds (default: until Ctrl-C)
   --format table|csv|json live table (default), or one line per variable per scan
   --trace                 every frame sent and received, decoded, and its result (on stderr)
@@ -86,9 +88,9 @@ answered.
 
 HostOptions parseHostOptions(int argc, char** argv) {
     std::set<std::string> withValue{
-        "device",        "tcp",     "turnaround", "sim-options", "library",   "station",
-        "block-length",  "retries", "write-mode", "off",         "tags",      "write",
-        "write-at-scan", "scans",   "seconds",    "format",      "image-dump"};
+        "device",        "tcp",     "turnaround", "sim-options", "library", "station",
+        "block-length",  "retries", "write-mode", "off",         "tags",    "write",
+        "write-at-scan", "cycle",   "scans",      "seconds",     "format",  "image-dump"};
     withValue.insert(tools::lineOptionNames().begin(), tools::lineOptionNames().end());
     const tools::ParsedArgs args = tools::parseArgs(
         argc, argv, withValue, {"remote-mode", "per-var-station", "trace", "help"});
@@ -137,6 +139,8 @@ HostOptions parseHostOptions(int argc, char** argv) {
         } else if (name == "write-at-scan") {
             o.writeAtScan =
                 static_cast<int>(tools::parseInteger(value, 0, kMaxScans, "--write-at-scan"));
+        } else if (name == "cycle") {
+            o.cycleMs = static_cast<int>(tools::parseInteger(value, 0, kMaxCycleMs, "--cycle"));
         } else if (name == "scans") {
             o.scans = tools::parseInteger(value, 1, kMaxScans, "--scans");
         } else if (name == "seconds") {

@@ -37,6 +37,7 @@ struct HostOptions {
     std::vector<Variable> variables;
     std::vector<Write> writes;
     int writeAtScan = 0;
+    int cycleMs = 0;       // least time from one scan's start to the next; 0: back to back
     long scans = 0;        // 0: no bound
     double seconds = 0.0;  // 0: no bound
     Format format = Format::Table;

@@ -96,11 +96,14 @@ int Poller::onError(QList<RW_VAR>*, int ownerId, int) {
 }
 
 void Poller::run(const volatile std::sig_atomic_t& stop) {
-    const bool timed = options_.seconds > 0.0;
-    const auto deadline = started_ + std::chrono::duration_cast<Clock::duration>(
-                                         std::chrono::duration<double>(options_.seconds));
+    if (options_.seconds > 0.0) {
+        deadline_ = started_ + std::chrono::duration_cast<Clock::duration>(
+                                   std::chrono::duration<double>(options_.seconds));
+    }
     const bool cyclic = !options_.variables.empty();
-    while (!stop && !(timed && Clock::now() >= deadline)) {
+    const auto cycle = std::chrono::milliseconds(options_.cycleMs);
+    auto scansDone = [this] { return options_.scans != 0 && stats_.scans >= options_.scans; };
+    while (!stop && Clock::now() < deadline_) {
         if (!writesIssued_ && stats_.scans >= options_.writeAtScan) {
             issueWrites();
         }
@@ -111,10 +114,11 @@ void Poller::run(const volatile std::sig_atomic_t& stop) {
             }
             // Every station of the read list is switched off: an empty scan.
             finishScan();
-            if (options_.scans != 0 && stats_.scans >= options_.scans) {
+            if (scansDone()) {
                 return;
             }
-            std::this_thread::sleep_for(kIdleWait);
+            pause(std::max(Clock::now() + kIdleWait, scanStarted_ + cycle), stop);
+            scanStarted_ = Clock::now();
             continue;
         }
         if (request->var.itemId == kCyclicItem && !retryPending_) {
@@ -123,9 +127,10 @@ void Poller::run(const volatile std::sig_atomic_t& stop) {
             // The read list has come round again: the image now holds a whole scan.
             if (scanBlocks_.count(block) != 0) {
                 finishScan();
-                if (options_.scans != 0 && stats_.scans >= options_.scans) {
+                if (scansDone()) {
                     return;
                 }
+                pause(scanStarted_ + cycle, stop);
             }
             if (scanBlocks_.empty()) {
                 scanStarted_ = Clock::now();
@@ -133,6 +138,13 @@ void Poller::run(const volatile std::sig_atomic_t& stop) {
             scanBlocks_.insert(block);
         }
         exchange(*request);
+    }
+}
+
+void Poller::pause(Clock::time_point until, const volatile std::sig_atomic_t& stop) const {
+    until = std::min(until, deadline_);
+    while (!stop && Clock::now() < until) {
+        std::this_thread::sleep_for(std::min<Clock::duration>(until - Clock::now(), kIdleWait));
     }
 }
 

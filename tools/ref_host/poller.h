@@ -45,6 +45,8 @@ private:
     void issueWrites();
     void exchange(const Protocol& request);
     void finishScan();
+    // Sleeps until `until`, the deadline of the run, or a stop request, whichever comes first.
+    void pause(Clock::time_point until, const volatile std::sig_atomic_t& stop) const;
     void reportWrites();
     std::string stateOf(int station) const;
     long elapsedMs() const;
@@ -59,6 +61,7 @@ private:
     bool retryPending_ = false;
     std::set<BlockKey> scanBlocks_;
     Clock::time_point started_ = Clock::now();
+    Clock::time_point deadline_ = Clock::time_point::max();
     Clock::time_point scanStarted_ = Clock::now();
     std::map<int, int> lastCode_;                    // by station: the last final result code
     std::vector<std::pair<int, int>> writeResults_;  // item, status: from the callback
