@@ -6,37 +6,11 @@ namespace plcsim {
 
 namespace {
 
-constexpr std::uint8_t kFnReadBits = 0x1E;
-constexpr std::uint8_t kFnWriteBits = 0x1F;
-constexpr std::uint8_t kFnReadWords = 0x20;
-constexpr std::uint8_t kFnWriteWords = 0x21;
-constexpr std::size_t kLocalReadLength = 10;
-constexpr std::size_t kLocalWriteOverhead = 11;  // header, length byte and CRC
-constexpr std::size_t kPayloadLengthAt = 8;
-constexpr std::size_t kRemoteMinLength = 22;
-constexpr std::size_t kCrcLength = 2;
+constexpr std::size_t kLocalWriteOverhead = kLocalWriteHeader + kCrcLength;
+constexpr std::size_t kPayloadLengthAt = kLocalWriteHeader - 1;
 constexpr std::size_t kLengthWrap = 256;
 // A local write with the largest payload the driver sends, 2037 bytes.
 constexpr std::size_t kLongestFrame = 2048;
-
-bool crcHolds(const Bytes& b, std::size_t n) {
-    if (n < kLocalReadLength) {
-        return false;
-    }
-    const std::uint16_t c = crc16(b.data(), n - kCrcLength);
-    return b[n - 2] == (c & 0xFF) && b[n - 1] == (c >> 8);
-}
-
-bool sumHolds(const Bytes& b, std::size_t n) {
-    if (n < kRemoteMinLength) {
-        return false;
-    }
-    unsigned sum = 0;
-    for (std::size_t i = 0; i + 1 < n; ++i) {
-        sum += b[i];
-    }
-    return b[0] == (n & 0xFF) && (sum & 0xFF) == b[n - 1];
-}
 
 bool frameAt(const Bytes& b, std::size_t n) {
     return crcHolds(b, n) || sumHolds(b, n);

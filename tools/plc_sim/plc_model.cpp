@@ -6,14 +6,6 @@ namespace plcsim {
 
 namespace {
 
-constexpr std::uint8_t kFnReadBits = 0x1E;
-constexpr std::uint8_t kFnWriteBits = 0x1F;
-constexpr std::uint8_t kFnReadWords = 0x20;
-constexpr std::uint8_t kFnWriteWords = 0x21;
-
-constexpr std::size_t kLocalReadLength = 10;
-constexpr std::size_t kLocalWriteHeader = 9;  // station .. payload length byte
-constexpr std::size_t kRemoteHeader = 21;     // length byte .. extra
 constexpr int kBroadcast = 0;
 constexpr std::size_t kAckAddressingBytes = 6;
 
@@ -39,33 +31,7 @@ void appendCrc(Bytes& b) {
     b.push_back(static_cast<std::uint8_t>(c >> 8));
 }
 
-bool localCheckOk(const Bytes& f) {
-    const std::size_t n = f.size();
-    const std::uint16_t c = crc16(f.data(), n - 2);
-    return f[n - 2] == (c & 0xFF) && f[n - 1] == (c >> 8);
-}
-
-bool remoteCheckOk(const Bytes& f) {
-    unsigned sum = 0;
-    for (std::size_t i = 0; i + 1 < f.size(); ++i) {
-        sum += f[i];
-    }
-    return f[0] == (f.size() & 0xFF) && (sum & 0xFF) == f.back();
-}
-
 }  // namespace
-
-std::uint16_t crc16(const std::uint8_t* data, std::size_t length) {
-    std::uint16_t crc = 0xFFFF;
-    for (std::size_t i = 0; i < length; ++i) {
-        crc ^= data[i];
-        for (int k = 0; k < 8; ++k) {
-            crc = (crc & 1) ? static_cast<std::uint16_t>((crc >> 1) ^ 0xA001)
-                            : static_cast<std::uint16_t>(crc >> 1);
-        }
-    }
-    return crc;
-}
 
 PlcModel::PlcModel(std::set<int> stations) : stations_(std::move(stations)), random_(1) {}
 
@@ -115,10 +81,10 @@ void PlcModel::setBit(int station, int areaCode, std::uint32_t bitAddress, bool 
 Reply PlcModel::handle(const Bytes& request) {
     ++stats_.requests;
     std::optional<Bytes> reply;
-    if (request.size() >= kLocalReadLength && localCheckOk(request) && request[1] >= kFnReadBits &&
+    if (crcHolds(request, request.size()) && request[1] >= kFnReadBits &&
         request[1] <= kFnWriteWords) {
         reply = handleLocal(request);
-    } else if (request.size() > kRemoteHeader && remoteCheckOk(request)) {
+    } else if (sumHolds(request, request.size())) {
         reply = handleRemote(request);
     } else {
         ++stats_.ignored;

@@ -16,11 +16,9 @@
 #include <tuple>
 #include <vector>
 
+#include "wire_format.h"
+
 namespace plcsim {
-
-using Bytes = std::vector<std::uint8_t>;
-
-std::uint16_t crc16(const std::uint8_t* data, std::size_t length);
 
 // Faults injected into replies, for testing hosts. Fractions are 0..1; the choice is drawn
 // from a generator seeded with `seed`, so a run is repeatable.
