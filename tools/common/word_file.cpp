@@ -6,17 +6,11 @@
 #include <stdexcept>
 
 #include "command_line.h"
+#include "plc_limits.h"
 
 namespace tools {
 
-namespace {
-
-constexpr long kMaxStation = 255;
-constexpr long kMaxAreaIndex = 28;
-constexpr long kMaxAddress = 0xFFFFFFL;
-constexpr long kMaxWord = 0xFFFF;
-
-}  // namespace
+namespace {}  // namespace
 
 std::vector<MemoryWord> readWordFile(const std::string& path) {
     std::ifstream in(path);
@@ -37,10 +31,10 @@ std::vector<MemoryWord> readWordFile(const std::string& path) {
             }
             MemoryWord w;
             w.station = static_cast<int>(parseInteger(station, 0, kMaxStation, "station"));
-            w.area = static_cast<int>(parseInteger(area, 0, kMaxAreaIndex, "area"));
+            w.area = static_cast<int>(parseInteger(area, 0, kMaxAreaWithCode, "area"));
             w.address =
-                static_cast<std::uint32_t>(parseInteger(address, 0, kMaxAddress, "address"));
-            w.value = static_cast<std::uint16_t>(parseInteger(value, 0, kMaxWord, "value"));
+                static_cast<std::uint32_t>(parseInteger(address, 0, kMaxWordAddress, "address"));
+            w.value = static_cast<std::uint16_t>(parseInteger(value, 0, kMaxWordValue, "value"));
             words.push_back(w);
         } catch (const UsageError& e) {
             throw std::runtime_error(path + ":" + std::to_string(number) + ": " + e.what());

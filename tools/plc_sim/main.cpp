@@ -1,38 +1,16 @@
 // korvan_plc_sim: one or more simulated PLC stations on a pseudo-terminal, a serial device or
 // a TCP port, for running and testing hosts without a PLC.
-#include <csignal>
-#include <cstring>
 #include <iostream>
 
-#include "command_line.h"
 #include "plc_model.h"
 #include "serial_line.h"
 #include "sim_memory.h"
 #include "sim_options.h"
 #include "sim_server.h"
 #include "tcp.h"
+#include "tool_main.h"
 
 namespace {
-
-constexpr int kExitError = 1;
-constexpr int kExitUsage = 2;
-
-volatile std::sig_atomic_t stopRequested = 0;
-
-void requestStop(int) {
-    stopRequested = 1;
-}
-
-// Without SA_RESTART, so that a waiting poll() returns and the loop sees the request.
-void installSignalHandlers() {
-    struct sigaction action {};
-    action.sa_handler = requestStop;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    // A host that hangs up must not end the simulator.
-    std::signal(SIGPIPE, SIG_IGN);
-}
 
 // The first line of output says where hosts connect; scripts wait for it.
 void announce(const std::string& where) {
@@ -43,8 +21,7 @@ void run(const plcsim::SimOptions& options) {
     plcsim::PlcModel plc(options.stations);
     plc.setFaults(options.faults);
     plcsim::loadMemory(plc, options);
-    plcsim::SimServer server(plc, options, stopRequested);
-    installSignalHandlers();
+    plcsim::SimServer server(plc, options, tools::stopOnSignals());
 
     switch (options.transport) {
         case plcsim::Transport::PseudoTerminal: {
@@ -81,19 +58,13 @@ void run(const plcsim::SimOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
+    return tools::runTool("korvan_plc_sim", [&] {
         const plcsim::SimOptions options = plcsim::parseSimOptions(argc, argv);
         if (options.help) {
             std::cout << plcsim::kSimUsage;
-            return 0;
+        } else {
+            run(options);
         }
-        run(options);
         return 0;
-    } catch (const tools::UsageError& e) {
-        std::cerr << "korvan_plc_sim: " << e.what() << "\n(see korvan_plc_sim --help)\n";
-        return kExitUsage;
-    } catch (const std::exception& e) {
-        std::cerr << "korvan_plc_sim: " << e.what() << std::endl;
-        return kExitError;
-    }
+    });
 }

@@ -1,15 +1,12 @@
 #include "sim_options.h"
 
 #include "command_line.h"
+#include "plc_limits.h"
 
 namespace plcsim {
 
 namespace {
 
-constexpr long kMaxStation = 255;
-constexpr long kMaxAreaIndex = 28;
-constexpr long kMaxWordAddress = 0xFFFFFFL;
-constexpr long kMaxWord = 0xFFFF;
 constexpr long kMaxDelayMs = 60000;
 constexpr long kMaxGapMs = 10000;
 constexpr long kMinGapMs = 1;
@@ -21,17 +18,18 @@ Counter parseCounter(const std::string& text) {
     std::string place = text;
     const std::size_t at = text.find('@');
     if (at != std::string::npos) {
-        c.station =
-            static_cast<int>(tools::parseInteger(text.substr(at + 1), 1, kMaxStation, "station"));
+        c.station = static_cast<int>(
+            tools::parseInteger(text.substr(at + 1), 1, tools::kMaxStation, "station"));
         place.resize(at);
     }
     const std::vector<std::string> parts = tools::splitText(place, ':');
     if (parts.size() != 2) {
         throw tools::UsageError("--counter takes AREA:ADDRESS[@STATION], not '" + text + "'");
     }
-    c.area = static_cast<int>(tools::parseInteger(parts[0], 0, kMaxAreaIndex, "counter area"));
+    c.area =
+        static_cast<int>(tools::parseInteger(parts[0], 0, tools::kMaxAreaWithCode, "counter area"));
     c.address = static_cast<std::uint32_t>(
-        tools::parseInteger(parts[1], 0, kMaxWordAddress, "counter address"));
+        tools::parseInteger(parts[1], 0, tools::kMaxWordAddress, "counter address"));
     return c;
 }
 
@@ -40,15 +38,15 @@ FillPattern parseFill(const std::string& text) {
     if (text == "ramp") {
         fill.ramp = true;
     } else if (text != "zero") {
-        fill.constant =
-            static_cast<std::uint16_t>(tools::parseInteger(text, 0, kMaxWord, "--fill value"));
+        fill.constant = static_cast<std::uint16_t>(
+            tools::parseInteger(text, 0, tools::kMaxWordValue, "--fill value"));
     }
     return fill;
 }
 
 std::set<int> parseStations(const std::string& text, const std::string& what) {
     std::set<int> stations;
-    for (long s : tools::parseIntegerList(text, 1, kMaxStation, what)) {
+    for (long s : tools::parseIntegerList(text, 1, tools::kMaxStation, what)) {
         stations.insert(static_cast<int>(s));
     }
     return stations;

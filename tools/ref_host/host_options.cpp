@@ -1,12 +1,12 @@
 #include "host_options.h"
 
 #include "command_line.h"
+#include "plc_limits.h"
 
 namespace refhost {
 
 namespace {
 
-constexpr long kMaxStation = 255;
 constexpr long kMaxBlockLength = 100;
 constexpr long kMaxRetries = 100;
 constexpr long kMaxTurnaroundMs = 60000;
@@ -114,7 +114,8 @@ HostOptions parseHostOptions(int argc, char** argv) {
         } else if (name == "library") {
             o.libraryPath = value;
         } else if (name == "station") {
-            s.station = static_cast<int>(tools::parseInteger(value, 1, kMaxStation, "--station"));
+            s.station =
+                static_cast<int>(tools::parseInteger(value, 1, tools::kMaxStation, "--station"));
         } else if (name == "block-length") {
             s.blockLength =
                 static_cast<int>(tools::parseInteger(value, 1, kMaxBlockLength, "--block-length"));
@@ -127,7 +128,7 @@ HostOptions parseHostOptions(int argc, char** argv) {
         } else if (name == "per-var-station") {
             s.perVarStation = true;
         } else if (name == "off") {
-            for (long station : tools::parseIntegerList(value, 1, kMaxStation, "--off")) {
+            for (long station : tools::parseIntegerList(value, 1, tools::kMaxStation, "--off")) {
                 s.offStations.push_back(static_cast<int>(station));
             }
         } else if (name == "tags") {

@@ -13,27 +13,11 @@
 #include "link.h"
 #include "poller.h"
 #include "report.h"
+#include "tool_main.h"
 
 namespace {
 
-constexpr int kExitError = 1;
-constexpr int kExitUsage = 2;
 constexpr int kExitNeverAnswered = 3;
-
-volatile std::sig_atomic_t stopRequested = 0;
-
-void requestStop(int) {
-    stopRequested = 1;
-}
-
-void installSignalHandlers() {
-    struct sigaction action {};
-    action.sa_handler = requestStop;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
-}
 
 // The driver is the judge of address texts: ask it before anything is sent.
 void checkAddresses(const refhost::DriverApi& api, const refhost::HostOptions& options) {
@@ -57,14 +41,15 @@ int run(const refhost::HostOptions& options) {
                                        : options.libraryPath);
     const refhost::DriverApi& api = library.api();
     checkAddresses(api, options);
+    // Before the link: a simulator started for it must be stopped whatever happens.
+    const volatile std::sig_atomic_t& stop = tools::stopOnSignals();
     refhost::Link link(options);
-    installSignalHandlers();
 
     refhost::Report report(options.format, isatty(STDOUT_FILENO) != 0);
     ComInfo port;
     refhost::Poller poller(api, port, link, options, report);
     report.start(link.description());
-    poller.run(stopRequested);
+    poller.run(stop);
     report.finish(poller.values(), poller.stats());
     if (!options.imageDump.empty()) {
         refhost::dumpImage(api, options.variables, options.settings, options.imageDump);
@@ -79,7 +64,7 @@ int run(const refhost::HostOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
+    return tools::runTool("korvan_ref_host", [&] {
         const refhost::HostOptions options = refhost::parseHostOptions(argc, argv);
         if (options.help) {
             std::cout << refhost::kHostUsage;
@@ -89,11 +74,5 @@ int main(int argc, char** argv) {
             throw tools::UsageError("nothing to do: name variables to read or --write values");
         }
         return run(options);
-    } catch (const tools::UsageError& e) {
-        std::cerr << "korvan_ref_host: " << e.what() << "\n(see korvan_ref_host --help)\n";
-        return kExitUsage;
-    } catch (const std::exception& e) {
-        std::cerr << "korvan_ref_host: " << e.what() << std::endl;
-        return kExitError;
-    }
+    });
 }

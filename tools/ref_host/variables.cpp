@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "command_line.h"
+#include "plc_limits.h"
 
 namespace refhost {
 
@@ -11,9 +12,7 @@ namespace {
 constexpr long kMaxArea = 29;
 constexpr long kFirstWordArea = 14;
 constexpr long kLastWordArea = 28;
-constexpr long kMaxStation = 255;
 constexpr long kMaxCount = 65535;
-constexpr long kMaxWordValue = 0xFFFF;
 constexpr long kMinWordValue = -0x8000;  // a signed word, sent as its two's complement
 constexpr std::size_t kTagFields = 5;
 
@@ -26,7 +25,7 @@ int takeStation(std::string& text, const std::string& whole) {
     const std::string station = text.substr(at + 1);
     text.resize(at);
     return static_cast<int>(
-        tools::parseInteger(station, 1, kMaxStation, "the station of '" + whole + "'"));
+        tools::parseInteger(station, 1, tools::kMaxStation, "the station of '" + whole + "'"));
 }
 
 int parseArea(const std::string& text, const std::string& whole) {
@@ -88,8 +87,9 @@ Write parseWrite(const std::string& text) {
     w.area = parseArea(parts[0], text);
     w.address = requireAddress(parts[1], text);
     const bool word = isWordArea(w.area);
-    w.values = tools::parseIntegerList(text.substr(equals + 1), word ? kMinWordValue : 0,
-                                       word ? kMaxWordValue : 1, "a value of '" + text + "'");
+    w.values =
+        tools::parseIntegerList(text.substr(equals + 1), word ? kMinWordValue : 0,
+                                word ? tools::kMaxWordValue : 1, "a value of '" + text + "'");
     return w;
 }
 
@@ -119,7 +119,7 @@ std::vector<Variable> readTagFile(const std::string& path) {
         v.address = requireAddress(fields[2], where);
         if (!fields[3].empty()) {
             v.station = static_cast<int>(
-                tools::parseInteger(fields[3], 1, kMaxStation, "the station at " + where));
+                tools::parseInteger(fields[3], 1, tools::kMaxStation, "the station at " + where));
         }
         if (!fields[4].empty()) {
             v.count = static_cast<int>(
