@@ -6,14 +6,6 @@ namespace plcsim {
 
 namespace {
 
-constexpr std::uint8_t kFnReadBits = 0x1E;
-constexpr std::uint8_t kFnWriteBits = 0x1F;
-constexpr std::uint8_t kFnReadWords = 0x20;
-constexpr std::uint8_t kFnWriteWords = 0x21;
-
-constexpr std::size_t kLocalReadLength = 10;
-constexpr std::size_t kLocalWriteHeader = 9;  // station .. payload length byte
-constexpr std::size_t kRemoteHeader = 21;     // length byte .. extra
 constexpr int kBroadcast = 0;
 constexpr std::size_t kAckAddressingBytes = 6;
 
@@ -39,33 +31,7 @@ void appendCrc(Bytes& b) {
     b.push_back(static_cast<std::uint8_t>(c >> 8));
 }
 
-bool localCheckOk(const Bytes& f) {
-    const std::size_t n = f.size();
-    const std::uint16_t c = crc16(f.data(), n - 2);
-    return f[n - 2] == (c & 0xFF) && f[n - 1] == (c >> 8);
-}
-
-bool remoteCheckOk(const Bytes& f) {
-    unsigned sum = 0;
-    for (std::size_t i = 0; i + 1 < f.size(); ++i) {
-        sum += f[i];
-    }
-    return f[0] == (f.size() & 0xFF) && (sum & 0xFF) == f.back();
-}
-
 }  // namespace
-
-std::uint16_t crc16(const std::uint8_t* data, std::size_t length) {
-    std::uint16_t crc = 0xFFFF;
-    for (std::size_t i = 0; i < length; ++i) {
-        crc ^= data[i];
-        for (int k = 0; k < 8; ++k) {
-            crc = (crc & 1) ? static_cast<std::uint16_t>((crc >> 1) ^ 0xA001)
-                            : static_cast<std::uint16_t>(crc >> 1);
-        }
-    }
-    return crc;
-}
 
 PlcModel::PlcModel(std::set<int> stations) : stations_(std::move(stations)), random_(1) {}
 
@@ -84,7 +50,17 @@ bool PlcModel::isBitAreaCode(int code) {
 
 std::uint16_t PlcModel::word(int station, int areaCode, std::uint32_t address) const {
     const auto it = memory_.find({station, areaCode, address});
-    return it == memory_.end() ? 0 : it->second;
+    if (it != memory_.end()) {
+        return it->second;
+    }
+    return fill_ ? fill_(station, areaCode, address) : 0;
+}
+
+// A word on its way into a reply is kept, so that memory() lists what the host has seen.
+std::uint16_t PlcModel::readWord(int station, int code, std::uint32_t address) {
+    const std::uint16_t w = word(station, code, address);
+    memory_.emplace(std::make_tuple(station, code, address), w);
+    return w;
 }
 
 void PlcModel::setWord(int station, int areaCode, std::uint32_t address, std::uint16_t value) {
@@ -105,10 +81,10 @@ void PlcModel::setBit(int station, int areaCode, std::uint32_t bitAddress, bool 
 Reply PlcModel::handle(const Bytes& request) {
     ++stats_.requests;
     std::optional<Bytes> reply;
-    if (request.size() >= kLocalReadLength && localCheckOk(request) && request[1] >= kFnReadBits &&
+    if (crcHolds(request, request.size()) && request[1] >= kFnReadBits &&
         request[1] <= kFnWriteWords) {
         reply = handleLocal(request);
-    } else if (request.size() > kRemoteHeader && remoteCheckOk(request)) {
+    } else if (sumHolds(request, request.size())) {
         reply = handleRemote(request);
     } else {
         ++stats_.ignored;
@@ -127,7 +103,8 @@ Bytes PlcModel::readBits(int station, int code, std::uint32_t bitAddress, std::u
     Bytes r{static_cast<std::uint8_t>(station), function, static_cast<std::uint8_t>(bytes)};
     r.resize(3 + bytes, 0);
     for (std::uint32_t i = 0; i < bits; ++i) {
-        if (bit(station, code, bitAddress + i)) {
+        const std::uint32_t at = bitAddress + i;
+        if ((readWord(station, code, at >> 4) >> (at & 15)) & 1) {
             r[3 + i / 8] |= static_cast<std::uint8_t>(1u << (i % 8));
         }
     }
@@ -140,7 +117,7 @@ Bytes PlcModel::readWords(int station, int code, std::uint32_t address, std::uin
                           std::uint8_t function) {
     Bytes r{static_cast<std::uint8_t>(station), function, static_cast<std::uint8_t>(2 * words)};
     for (std::uint32_t i = 0; i < words; ++i) {
-        const std::uint16_t w = word(station, code, address + i);
+        const std::uint16_t w = readWord(station, code, address + i);
         r.push_back(static_cast<std::uint8_t>(w >> 8));
         r.push_back(static_cast<std::uint8_t>(w & 0xFF));
     }

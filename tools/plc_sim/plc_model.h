@@ -7,6 +7,7 @@
 #define KORVAN_TOOLS_PLC_MODEL_H
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <random>
@@ -15,11 +16,9 @@
 #include <tuple>
 #include <vector>
 
+#include "wire_format.h"
+
 namespace plcsim {
-
-using Bytes = std::vector<std::uint8_t>;
-
-std::uint16_t crc16(const std::uint8_t* data, std::size_t length);
 
 // Faults injected into replies, for testing hosts. Fractions are 0..1; the choice is drawn
 // from a generator seeded with `seed`, so a run is repeatable.
@@ -49,12 +48,17 @@ struct Stats {
     long misaddressed = 0;
 };
 
+// The value of a word that was never written, by station, wire area code and word address.
+using Fill = std::function<std::uint16_t(int station, int areaCode, std::uint32_t address)>;
+
 class PlcModel {
 public:
     // Serves the given stations (1..255). Memory starts zeroed.
     explicit PlcModel(std::set<int> stations);
 
     void setFaults(const Faults& faults);
+    // Memory that was never written holds `fill`'s values instead of zeros.
+    void setFill(Fill fill) { fill_ = std::move(fill); }
 
     // Answers one complete request frame (local or remote family).
     Reply handle(const Bytes& request);
@@ -66,7 +70,8 @@ public:
     bool bit(int station, int areaCode, std::uint32_t bitAddress) const;
     void setBit(int station, int areaCode, std::uint32_t bitAddress, bool on);
 
-    // Every word ever written, ordered by station, area code and address.
+    // Every word ever written or read, ordered by station, area code and address: the words a
+    // host can have seen or changed.
     const std::map<std::tuple<int, int, std::uint32_t>, std::uint16_t>& memory() const {
         return memory_;
     }
@@ -89,10 +94,12 @@ private:
                          const std::uint8_t* packed, std::size_t length);
     Bytes writeAck(int station, std::uint8_t function, const std::uint8_t* addressing);
     Reply applyFaults(int station, Bytes reply);
+    std::uint16_t readWord(int station, int code, std::uint32_t address);
     bool serves(int station) const { return stations_.count(station) != 0; }
 
     std::set<int> stations_;
     std::map<std::tuple<int, int, std::uint32_t>, std::uint16_t> memory_;
+    Fill fill_;
     Faults faults_;
     std::mt19937_64 random_;
     Stats stats_;

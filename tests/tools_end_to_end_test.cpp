@@ -1,0 +1,195 @@
+// The reference host and the PLC simulator as separate processes, over a pseudo-terminal and
+// over TCP on loopback: the driver, loaded by the host, against a PLC that shares no code with
+// it. The simulator's memory dump and the host's image dump are compared word for word.
+#include <gtest/gtest.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QFile>
+#include <QtCore/QTemporaryDir>
+
+#include "tool_processes.h"
+
+namespace {
+
+// station area address value; area 2 word 2 holds bits 32..47.
+constexpr char kMemory[] = R"(1 14 100 0x1234
+1 14 101 0xABCD
+1 2 2 0x0008
+1 2 3 0x8001
+1 14 10 0x0008
+1 14 12 0x0F00
+2 14 0 0x2222
+2 1 0 0x0005
+3 14 0 0x3333
+)";
+
+constexpr int kCode14 = 14;
+constexpr int kArea1 = 1;
+constexpr int kArea2 = 2;
+// Enough for a loaded machine: a reply that arrives later counts as missing.
+const QString kTurnaround = "300";
+
+class ToolsEndToEnd : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(dir.isValid());
+        QFile file(path("memory.txt"));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(kMemory);
+    }
+
+    QString path(const char* name) const { return dir.filePath(name); }
+
+    QStringList simulatorArgs(const QStringList& transport) const {
+        return transport + QStringList{"--stations",       "1,2,3",  "--memory",
+                                       path("memory.txt"), "--dump", path("plc.txt")};
+    }
+
+    // Every word of the driver's image equals the PLC's word; returns the PLC's memory.
+    Memory expectImageMatchesPlc() {
+        const Memory plc = readMemory(path("plc.txt"));
+        const Memory image = readMemory(path("image.txt"));
+        EXPECT_FALSE(image.empty());
+        for (const auto& [key, value] : image) {
+            const auto it = plc.find(key);
+            EXPECT_TRUE(it != plc.end() && it->second == value)
+                << "station " << std::get<0>(key) << " area " << std::get<1>(key) << " word "
+                << std::get<2>(key) << ": image " << value;
+        }
+        return plc;
+    }
+
+    QTemporaryDir dir;
+};
+
+TEST_F(ToolsEndToEnd, ReadsAndWritesOverAPseudoTerminal) {
+    Simulator plc(simulatorArgs({"--pty"}));
+    ASSERT_TRUE(plc.endpoint().startsWith("/dev/")) << "no pseudo-terminal";
+    const HostRun run = runHost({"--device",        plc.endpoint(), "--turnaround",
+                                 kTurnaround,       "--scans",      "3",
+                                 "--format",        "json",         "--image-dump",
+                                 path("image.txt"), "--write",      "14:200=0x5678,0x9ABC",
+                                 "--write",         "2:40=1",       "--write",
+                                 "29:12.1=1",       "14:100:2",     "2:35:20",
+                                 "29:10.3",         "14:200:2",     "29:12.1"});
+    ASSERT_TRUE(plc.stop());
+    ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
+
+    EXPECT_EQ(run.values("14:100:2"), words({0x1234, 0xABCD}));
+    QJsonArray bits = words({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0});
+    EXPECT_EQ(run.values("2:35:20"), bits);  // bits 35, 40 (written) and 48
+    EXPECT_EQ(run.values("29:10.3"), words({1}));
+    EXPECT_EQ(run.values("14:200:2"), words({0x5678, 0x9ABC}));
+    EXPECT_EQ(run.values("29:12.1"), words({1}));
+    EXPECT_EQ(run.writes.size(), 3);
+    EXPECT_EQ(run.writes.values(), QList<QString>({"done", "done", "done"}));
+    EXPECT_EQ(run.stats["scans"].toInt(), 3);
+
+    const Memory memory = expectImageMatchesPlc();
+    EXPECT_EQ(memory.at({1, kCode14, 200}), 0x5678);
+    EXPECT_EQ(memory.at({1, kCode14, 201}), 0x9ABC);
+    EXPECT_EQ(memory.at({1, kArea2, 2}), 0x0108);    // bit 40 set beside bit 35
+    EXPECT_EQ(memory.at({1, kCode14, 12}), 0x0F02);  // bit-in-word: the other bits kept
+}
+
+TEST_F(ToolsEndToEnd, RemoteFramesOverTcpToSeveralStationsWithOneSwitchedOff) {
+    Simulator plc(simulatorArgs({"--tcp", "127.0.0.1:0"}));
+    ASSERT_TRUE(plc.endpoint().startsWith("127.0.0.1:")) << "no TCP port";
+    const HostRun run = runHost({"--tcp",         plc.endpoint(),
+                                 "--turnaround",  kTurnaround,
+                                 "--remote-mode", "--per-var-station",
+                                 "--off",         "3",
+                                 "--scans",       "2",
+                                 "--format",      "json",
+                                 "--image-dump",  path("image.txt"),
+                                 "--write",       "14:5@1=0xBEEF",
+                                 "--write",       "1:1@2=1",
+                                 "--write",       "29:20.15@2=1",
+                                 "14:0@1",        "14:0@2",
+                                 "14:0@3",        "14:5@1",
+                                 "1:0:3@2",       "29:20.15@2"});
+    ASSERT_TRUE(plc.stop());
+    ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
+
+    EXPECT_EQ(run.values("14:0@2"), words({0x2222}));
+    EXPECT_EQ(run.state("14:0@2"), "ok");
+    EXPECT_EQ(run.values("14:0@3"), words({0}));  // never asked: the PLC holds 0x3333
+    EXPECT_EQ(run.state("14:0@3"), "off");
+    EXPECT_EQ(run.values("14:5@1"), words({0xBEEF}));
+    EXPECT_EQ(run.values("1:0:3@2"), words({1, 1, 1}));
+    EXPECT_EQ(run.values("29:20.15@2"), words({1}));
+    EXPECT_EQ(run.writes.values(), QList<QString>({"done", "done", "done"}));
+
+    const Memory memory = expectImageMatchesPlc();
+    EXPECT_EQ(memory.at({1, kCode14, 5}), 0xBEEF);
+    EXPECT_EQ(memory.at({2, kArea1, 0}), 0x0007);
+    EXPECT_EQ(memory.at({2, kCode14, 20}), 0x8000);
+}
+
+// Faults for the first requests only: each failed reply is retried, the third failure in a row
+// abandons the exchange with the code of its cause, and once the faults stop the values come.
+TEST_F(ToolsEndToEnd, FaultsAreRetriedThenAbandonedThenRecovered) {
+    struct Case {
+        const char* faults;
+        const char* code;
+        int abandoned;
+    };
+    const Case cases[] = {
+        {"--drop 1 --faults-for 6", "41", 2},        // nothing received, cyclic read (owner 0)
+        {"--corrupt 1 --faults-for 3", "11", 1},     // CRC fails
+        {"--misaddress 1 --faults-for 3", "11", 1},  // station byte differs
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.faults);
+        const HostRun run = runHost({"--sim-options", QString("--fill ramp ") + c.faults,
+                                     "--turnaround", kTurnaround, "--retries", "2", "--scans", "3",
+                                     "--format", "json", "14:100:2"});
+        EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
+        EXPECT_EQ(run.abandoned(), (QMap<QString, QVariant>{{c.code, c.abandoned}}));
+        EXPECT_EQ(run.stats["retries"].toInt(), 2 * c.abandoned);
+        EXPECT_EQ(run.values("14:100:2"), words({100, 101}));
+        EXPECT_EQ(run.state("14:100:2"), "ok");
+    }
+}
+
+TEST_F(ToolsEndToEnd, ASilentStationFailsWhileTheOthersAnswer) {
+    const HostRun run =
+        runHost({"--sim-options", "--stations 1,2 --silent 2 --fill ramp", "--turnaround",
+                 kTurnaround, "--retries", "1", "--per-var-station", "--scans", "2", "--format",
+                 "json", "--write", "14:7@2=5", "14:100@1", "14:100@2"});
+    EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    EXPECT_EQ(run.values("14:100@1"), words({100}));
+    EXPECT_EQ(run.state("14:100@1"), "ok");
+    EXPECT_EQ(run.state("14:100@2"), "failed 41");
+    EXPECT_EQ(run.writes.value("14:7@2=5"), "failed");
+    EXPECT_EQ(run.abandoned().value("42").toInt(), 1);  // the write, owner 1
+    EXPECT_EQ(run.abandoned().value("41").toInt(), 2);  // one read of station 2 per scan
+}
+
+TEST_F(ToolsEndToEnd, ReportsErrorsAndAPlcThatNeverAnswers) {
+    HostRun run = runHost({"--device", "/dev/no-such-line", "14:0"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.errors.contains("cannot open serial device /dev/no-such-line"))
+        << run.errors.toStdString();
+
+    run = runHost({"--tcp", "127.0.0.1:1", "14:0"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.errors.contains("Connection refused")) << run.errors.toStdString();
+
+    run = runHost({"14:12x"});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_TRUE(run.errors.contains("bad variable text '14:12x'")) << run.errors.toStdString();
+
+    run = runHost({"--sim-options", "--silent 1", "--retries", "0", "--turnaround", "50", "--scans",
+                   "2", "--format", "json", "14:0"});
+    EXPECT_EQ(run.exitCode, 3);
+    EXPECT_TRUE(run.errors.contains("the PLC never answered")) << run.errors.toStdString();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);  // QProcess wants one
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,34 @@
+// Reading and writing bytes on a non-blocking descriptor (serial line, pseudo-terminal or TCP
+// socket), with the waiting done by poll().
+#ifndef KORVAN_TOOLS_BYTE_IO_H
+#define KORVAN_TOOLS_BYTE_IO_H
+
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+#include <vector>
+
+namespace tools {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// The other end went away (TCP closed, device gone).
+class LinkClosed : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Appends whatever is waiting to `out`; returns the number of bytes read. Throws LinkClosed on
+// end of file or a read error.
+std::size_t readAvailable(int fd, Bytes& out);
+// Writes everything, waiting for room as needed. Throws LinkClosed.
+void writeAll(int fd, const std::uint8_t* data, std::size_t length);
+// Reads until `length` bytes are in or `timeoutMs` has passed; returns what came. Bytes beyond
+// `length` are dropped: they cannot belong to this reply. A signal ends the wait early.
+Bytes readFor(int fd, std::size_t length, int timeoutMs);
+// Drops whatever is waiting to be read: late answers to earlier requests.
+void discardInput(int fd);
+
+}  // namespace tools
+
+#endif

@@ -1,0 +1,70 @@
+// korvan_plc_sim: one or more simulated PLC stations on a pseudo-terminal, a serial device or
+// a TCP port, for running and testing hosts without a PLC.
+#include <iostream>
+
+#include "plc_model.h"
+#include "serial_line.h"
+#include "sim_memory.h"
+#include "sim_options.h"
+#include "sim_server.h"
+#include "tcp.h"
+#include "tool_main.h"
+
+namespace {
+
+// The first line of output says where hosts connect; scripts wait for it.
+void announce(const std::string& where) {
+    std::cout << where << std::endl;
+}
+
+void run(const plcsim::SimOptions& options) {
+    plcsim::PlcModel plc(options.stations);
+    plc.setFaults(options.faults);
+    plcsim::loadMemory(plc, options);
+    plcsim::SimServer server(plc, options, tools::stopOnSignals());
+
+    switch (options.transport) {
+        case plcsim::Transport::PseudoTerminal: {
+            tools::PseudoTerminal pty = tools::openPseudoTerminal(options.line);
+            announce("pty " + pty.path);
+            server.serveLine(pty.master.get());
+            break;
+        }
+        case plcsim::Transport::SerialDevice: {
+            tools::UniqueFd fd = tools::openSerialDevice(options.devicePath, options.line);
+            announce("serial " + options.devicePath);
+            server.serveLine(fd.get());
+            break;
+        }
+        case plcsim::Transport::Tcp: {
+            tools::Endpoint endpoint = options.endpoint;
+            tools::UniqueFd listening = tools::listenTcp(endpoint);
+            announce("tcp " + tools::describeEndpoint(endpoint));
+            server.serveTcp(listening.get());
+            break;
+        }
+    }
+
+    if (!options.dumpFile.empty()) {
+        plcsim::dumpMemory(plc, options.dumpFile);
+    }
+    const plcsim::Stats& s = plc.stats();
+    std::cerr << "korvan_plc_sim: " << s.requests << " requests, " << s.replies << " replies, "
+              << s.ignored << " ignored, " << s.dropped << " dropped, " << s.corrupted
+              << " corrupted, " << s.misaddressed << " misaddressed, " << server.discardedBytes()
+              << " bytes discarded" << std::endl;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return tools::runTool("korvan_plc_sim", [&] {
+        const plcsim::SimOptions options = plcsim::parseSimOptions(argc, argv);
+        if (options.help) {
+            std::cout << plcsim::kSimUsage;
+        } else {
+            run(options);
+        }
+        return 0;
+    });
+}

@@ -1,0 +1,152 @@
+#include "sim_options.h"
+
+#include "command_line.h"
+#include "plc_limits.h"
+
+namespace plcsim {
+
+namespace {
+
+constexpr long kMaxDelayMs = 60000;
+constexpr long kMaxGapMs = 10000;
+constexpr long kMinGapMs = 1;
+constexpr long kMaxCount = 1L << 30;
+
+// AREA:ADDRESS[@STATION], a word of a word area.
+Counter parseCounter(const std::string& text) {
+    Counter c;
+    std::string place = text;
+    const std::size_t at = text.find('@');
+    if (at != std::string::npos) {
+        c.station = static_cast<int>(
+            tools::parseInteger(text.substr(at + 1), 1, tools::kMaxStation, "station"));
+        place.resize(at);
+    }
+    const std::vector<std::string> parts = tools::splitText(place, ':');
+    if (parts.size() != 2) {
+        throw tools::UsageError("--counter takes AREA:ADDRESS[@STATION], not '" + text + "'");
+    }
+    c.area =
+        static_cast<int>(tools::parseInteger(parts[0], 0, tools::kMaxAreaWithCode, "counter area"));
+    c.address = static_cast<std::uint32_t>(
+        tools::parseInteger(parts[1], 0, tools::kMaxWordAddress, "counter address"));
+    return c;
+}
+
+FillPattern parseFill(const std::string& text) {
+    FillPattern fill;
+    if (text == "ramp") {
+        fill.ramp = true;
+    } else if (text != "zero") {
+        fill.constant = static_cast<std::uint16_t>(
+            tools::parseInteger(text, 0, tools::kMaxWordValue, "--fill value"));
+    }
+    return fill;
+}
+
+std::set<int> parseStations(const std::string& text, const std::string& what) {
+    std::set<int> stations;
+    for (long s : tools::parseIntegerList(text, 1, tools::kMaxStation, what)) {
+        stations.insert(static_cast<int>(s));
+    }
+    return stations;
+}
+
+}  // namespace
+
+const char* const kSimUsage = R"(Usage: korvan_plc_sim [options]
+
+Behaves as one or more PLC stations on a pseudo-terminal, a serial device or a TCP port.
+Prints where to connect on its first line ("pty /dev/pts/3", "serial /dev/ttyUSB0",
+"tcp 127.0.0.1:5020") and runs until SIGINT or SIGTERM.
+
+Transport (default: a new pseudo-terminal):
+  --pty                   create a pseudo-terminal
+  --device PATH           use a serial device
+  --tcp [HOST:]PORT       listen on TCP (host 127.0.0.1 unless given; port 0: any free port)
+  --baud N, --data-bits 5..8, --parity none|even|odd, --stop-bits 1|2
+                          line settings (default 9600 8N1)
+  --gap MS                quiet time that ends a frame on the line (default 50)
+
+PLC:
+  --stations LIST         station numbers served, e.g. 1,2,3 (default 1)
+  --memory FILE           initial memory, lines of "station area address value"
+  --fill zero|ramp|VALUE  value of words never written (ramp: each word's address)
+  --counter AREA:ADDRESS[@STATION]
+                          a word that counts up every 100 ms (repeatable)
+  --dump FILE             write the memory to FILE on exit (same format as --memory)
+
+Faults (replies only; fractions 0..1):
+  --drop F, --corrupt F, --misaddress F
+                          leave out, damage one byte of, or give another station number to
+                          that fraction of replies
+  --delay MS              hold every reply back
+  --silent LIST           stations that never answer
+  --seed N                seed of the fault draws (default 1)
+  --faults-for N          only the first N requests see faults
+
+  --trace                 print every request and reply in hexadecimal on stderr
+  --help                  this text
+)";
+
+SimOptions parseSimOptions(int argc, char** argv) {
+    std::set<std::string> withValue{"device",     "tcp",     "gap",    "stations", "memory",
+                                    "fill",       "counter", "dump",   "drop",     "corrupt",
+                                    "misaddress", "delay",   "silent", "seed",     "faults-for"};
+    withValue.insert(tools::lineOptionNames().begin(), tools::lineOptionNames().end());
+    const tools::ParsedArgs args =
+        tools::parseArgs(argc, argv, withValue, {"pty", "trace", "help"});
+    if (!args.positional.empty()) {
+        throw tools::UsageError("unexpected argument '" + args.positional.front() + "'");
+    }
+    SimOptions o;
+    for (const auto& [name, value] : args.options) {
+        if (tools::takeLineOption(o.line, name, value)) {
+            continue;
+        }
+        if (name == "pty") {
+            o.transport = Transport::PseudoTerminal;
+        } else if (name == "device") {
+            o.transport = Transport::SerialDevice;
+            o.devicePath = value;
+        } else if (name == "tcp") {
+            o.transport = Transport::Tcp;
+            o.endpoint = tools::parseEndpoint(value, o.endpoint.host);
+        } else if (name == "gap") {
+            o.gapMs = static_cast<int>(tools::parseInteger(value, kMinGapMs, kMaxGapMs, "--gap"));
+        } else if (name == "stations") {
+            o.stations = parseStations(value, "--stations");
+        } else if (name == "memory") {
+            o.memoryFile = value;
+        } else if (name == "fill") {
+            o.fill = parseFill(value);
+        } else if (name == "counter") {
+            o.counters.push_back(parseCounter(value));
+        } else if (name == "dump") {
+            o.dumpFile = value;
+        } else if (name == "drop") {
+            o.faults.drop = tools::parseFraction(value, "--drop");
+        } else if (name == "corrupt") {
+            o.faults.corrupt = tools::parseFraction(value, "--corrupt");
+        } else if (name == "misaddress") {
+            o.faults.misaddress = tools::parseFraction(value, "--misaddress");
+        } else if (name == "delay") {
+            o.faults.delayMs =
+                static_cast<int>(tools::parseInteger(value, 0, kMaxDelayMs, "--delay"));
+        } else if (name == "silent") {
+            o.faults.silentStations = parseStations(value, "--silent");
+        } else if (name == "seed") {
+            o.faults.seed =
+                static_cast<std::uint64_t>(tools::parseInteger(value, 0, kMaxCount, "--seed"));
+        } else if (name == "faults-for") {
+            o.faultsFor = tools::parseInteger(value, 1, kMaxCount, "--faults-for");
+        } else if (name == "trace") {
+            o.trace = true;
+        } else if (name == "help") {
+            o.help = true;
+        }
+    }
+    return o;
+}
+
+}  // namespace plcsim

@@ -1,0 +1,125 @@
+#include "sim_server.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iostream>
+#include <thread>
+
+#include "byte_io.h"
+#include "hex_text.h"
+#include "tcp.h"
+
+namespace plcsim {
+
+namespace {
+
+constexpr auto kCounterPeriod = std::chrono::milliseconds(100);
+constexpr auto kCheckStopEvery = std::chrono::milliseconds(200);
+
+std::string hex(const Bytes& b) {
+    return tools::hexBytes(b.data(), b.size());
+}
+
+}  // namespace
+
+void SimServer::serveLine(int fd) {
+    while (!stop_) {
+        if (wait(fd, false) && !receive(fd)) {
+            return;
+        }
+    }
+}
+
+void SimServer::serveTcp(int listenFd) {
+    while (!stop_) {
+        if (!wait(listenFd, true)) {
+            continue;
+        }
+        tools::UniqueFd connection = tools::acceptTcp(listenFd);
+        if (!connection.valid()) {
+            continue;
+        }
+        splitter_ = FrameSplitter();
+        while (!stop_) {
+            if (wait(connection.get(), false) && !receive(connection.get())) {
+                break;
+            }
+        }
+    }
+}
+
+bool SimServer::wait(int fd, bool listening) {
+    auto deadline = Clock::now() + kCheckStopEvery;
+    if (!options_.counters.empty()) {
+        deadline = std::min(deadline, nextTick_);
+    }
+    const bool framePending = !listening && splitter_.pending();
+    if (framePending) {
+        deadline = std::min(deadline, lastByte_ + std::chrono::milliseconds(options_.gapMs));
+    }
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    pollfd p{fd, POLLIN, 0};
+    const int ready = poll(&p, 1, static_cast<int>(std::max<long>(0, left.count())));
+    tickCounters();
+    if (ready > 0) {
+        return true;
+    }
+    if (framePending && Clock::now() - lastByte_ >= std::chrono::milliseconds(options_.gapMs)) {
+        for (const Bytes& frame : splitter_.flush()) {
+            answer(fd, frame);
+        }
+    }
+    return false;
+}
+
+bool SimServer::receive(int fd) {
+    tools::Bytes bytes;
+    try {
+        tools::readAvailable(fd, bytes);
+    } catch (const tools::LinkClosed&) {
+        return false;
+    }
+    lastByte_ = Clock::now();
+    for (const Bytes& frame : splitter_.feed(bytes.data(), bytes.size())) {
+        answer(fd, frame);
+    }
+    return true;
+}
+
+void SimServer::answer(int fd, const Bytes& request) {
+    const Reply reply = plc_.handle(request);
+    if (options_.faultsFor != 0 && !faultsCleared_ && plc_.stats().requests >= options_.faultsFor) {
+        plc_.setFaults(Faults());
+        faultsCleared_ = true;
+    }
+    if (options_.trace) {
+        std::cerr << "< " << hex(request) << "\n> "
+                  << (reply.answered ? hex(reply.bytes) : std::string("(no reply)")) << std::endl;
+    }
+    if (!reply.answered) {
+        return;
+    }
+    if (reply.delayMs > 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(reply.delayMs));
+    }
+    try {
+        tools::writeAll(fd, reply.bytes.data(), reply.bytes.size());
+    } catch (const tools::LinkClosed&) {
+        // The host went away; its next connection starts afresh.
+    }
+}
+
+void SimServer::tickCounters() {
+    for (; Clock::now() >= nextTick_; nextTick_ += kCounterPeriod) {
+        for (const Counter& c : options_.counters) {
+            const int code = PlcModel::areaCodeOfIndex(c.area);
+            plc_.setWord(c.station, code, c.address,
+                         static_cast<std::uint16_t>(plc_.word(c.station, code, c.address) + 1));
+        }
+    }
+}
+
+}  // namespace plcsim

@@ -1,0 +1,50 @@
+// The simulator's main loop: bytes in from the line or a TCP connection, frames out of the
+// splitter, answers from the model, counters ticking, until asked to stop.
+#ifndef KORVAN_TOOLS_SIM_SERVER_H
+#define KORVAN_TOOLS_SIM_SERVER_H
+
+#include <chrono>
+#include <csignal>
+
+#include "frame_splitter.h"
+#include "plc_model.h"
+#include "sim_options.h"
+#include "unique_fd.h"
+
+namespace plcsim {
+
+class SimServer {
+public:
+    SimServer(PlcModel& plc, const SimOptions& options, const volatile std::sig_atomic_t& stop)
+        : plc_(plc), options_(options), stop_(stop) {}
+
+    // Serves a serial line or pseudo-terminal until stopped.
+    void serveLine(int fd);
+    // Serves one TCP connection at a time until stopped.
+    void serveTcp(int listenFd);
+
+    std::size_t discardedBytes() const { return splitter_.discarded(); }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    // Waits for input on `fd` (or, with `listening`, for a connection) up to the next deadline
+    // of the gap or the counters; returns true when something arrived.
+    bool wait(int fd, bool listening);
+    // Reads and answers what arrived; false when the other end went away.
+    bool receive(int fd);
+    void answer(int fd, const Bytes& request);
+    void tickCounters();
+
+    PlcModel& plc_;
+    const SimOptions& options_;
+    const volatile std::sig_atomic_t& stop_;
+    FrameSplitter splitter_;
+    Clock::time_point lastByte_ = Clock::now();
+    Clock::time_point nextTick_ = Clock::now();
+    bool faultsCleared_ = false;
+};
+
+}  // namespace plcsim
+
+#endif

@@ -1,0 +1,34 @@
+// The PLC family's frames as the PLC's side sees them: function codes, lengths, check values.
+#ifndef KORVAN_TOOLS_WIRE_FORMAT_H
+#define KORVAN_TOOLS_WIRE_FORMAT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace plcsim {
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::uint8_t kFnReadBits = 0x1E;
+constexpr std::uint8_t kFnWriteBits = 0x1F;
+constexpr std::uint8_t kFnReadWords = 0x20;
+constexpr std::uint8_t kFnWriteWords = 0x21;
+
+constexpr std::size_t kLocalReadLength = 10;
+constexpr std::size_t kLocalWriteHeader = 9;  // station .. payload length byte
+constexpr std::size_t kCrcLength = 2;
+constexpr std::size_t kRemoteHeader = 21;  // length byte .. extra
+constexpr std::size_t kRemoteMinLength = kRemoteHeader + 1;
+
+std::uint16_t crc16(const std::uint8_t* data, std::size_t length);
+// The first n bytes of b are a local frame: at least a read's length, ending in their CRC-16,
+// low byte first.
+bool crcHolds(const Bytes& b, std::size_t n);
+// The first n bytes of b are a remote frame: their length (low 8 bits) first, their additive
+// sum last.
+bool sumHolds(const Bytes& b, std::size_t n);
+
+}  // namespace plcsim
+
+#endif

@@ -1,0 +1,165 @@
+#include "host_options.h"
+
+#include "command_line.h"
+#include "plc_limits.h"
+
+namespace refhost {
+
+namespace {
+
+constexpr long kMaxBlockLength = 100;
+constexpr long kMaxRetries = 100;
+constexpr long kMaxTurnaroundMs = 60000;
+constexpr long kMaxScans = 1L << 30;
+constexpr long kMaxCycleMs = 3600000;
+
+double parseSeconds(const std::string& text) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !(value > 0.0)) {
+        throw tools::UsageError("--seconds must be a positive number, not '" + text + "'");
+    }
+    return value;
+}
+
+Format parseFormat(const std::string& text) {
+    if (text == "table") {
+        return Format::Table;
+    }
+    if (text == "csv") {
+        return Format::Csv;
+    }
+    if (text == "json") {
+        return Format::Json;
+    }
+    throw tools::UsageError("--format must be table, csv or json, not '" + text + "'");
+}
+
+}  // namespace
+
+const char* const kHostUsage = R"(Usage: korvan_ref_host [options] VARIABLE...
+
+Runs the driver the way a panel runtime does: loads the driver library, plans reads of the
+variables, polls the PLC and shows the values. Without --device or --tcp it starts
+korvan_plc_sim on a pseudo-terminal and talks to that.
+
+Variables: AREA:ADDRESS[:COUNT][@STATION]
+  14:100:2      two words of area 14 from address 100
+  29:10.3       bit 3 of word 10 of area 14
+  2:35:20@3     twenty bits of area 2 from bit 35, station 3 (with --per-var-station)
+
+Port:
+  --device PATH           serial device (or a simulator's pseudo-terminal)
+  --baud N, --data-bits 5..8, --parity none|even|odd, --stop-bits 1|2
+                          line settings (default 9600 8N1)
+  --tcp HOST:PORT         TCP connection instead of a serial line
+  --turnaround MS         time the PLC may take to answer, on top of the time the bytes
+                          take on the line (default 100)
+  --sim-options TEXT      options for the simulator started when no port is given
+  --library PATH          driver library (default: the one beside this program)
+
+Port record:
+  --station N             default station (default 1)
+  --block-length N        most words in one request, 1..100 (default 32)
+  --retries N             failed replies tolerated before an exchange is abandoned (default 2)
+  --write-mode N          2: writes go to the PLC (default); other values: image only
+  --remote-mode           use the remote frame family
+  --per-var-station       each variable talks to its own station
+  --off LIST              stations switched off, e.g. 3 or 2,3
+
+Variables and writes:
+  --tags FILE             variables from a CSV file: name,area,address,station,count
+  --write AREA:ADDRESS[@STATION]=VALUE[,VALUE...]
+                          a write, e.g. 14:100=0x1234 or 29:10.3=1 (repeatable)
+  --write-at-scan N       make the writes after N complete scans (default 0: at once)
+
+Run and output:
+  --cycle MS              start a scan at most every MS milliseconds (default 0: back to back)
+  --scans N, --seconds S  stop after N complete scans or S seconds (default: until Ctrl-C)
+  --format table|csv|json live table (default), or one line per variable per scan
+  --trace                 every frame sent and received, decoded, and its result (on stderr)
+  --image-dump FILE       on exit, write the driver's image of the variables' words in the
+                          simulator's memory file format
+  --help                  this text
+
+Exit status: 0 done, 1 error (library, port, connection), 2 bad command line, 3 the PLC never
+answered.
+)";
+
+HostOptions parseHostOptions(int argc, char** argv) {
+    std::set<std::string> withValue{
+        "device",        "tcp",     "turnaround", "sim-options", "library", "station",
+        "block-length",  "retries", "write-mode", "off",         "tags",    "write",
+        "write-at-scan", "cycle",   "scans",      "seconds",     "format",  "image-dump"};
+    withValue.insert(tools::lineOptionNames().begin(), tools::lineOptionNames().end());
+    const tools::ParsedArgs args = tools::parseArgs(
+        argc, argv, withValue, {"remote-mode", "per-var-station", "trace", "help"});
+    HostOptions o;
+    PortSettings& s = o.settings;
+    for (const auto& [name, value] : args.options) {
+        if (tools::takeLineOption(o.line, name, value)) {
+            continue;
+        }
+        if (name == "device") {
+            o.port = PortKind::SerialDevice;
+            o.devicePath = value;
+        } else if (name == "tcp") {
+            o.port = PortKind::Tcp;
+            o.endpoint = tools::parseEndpoint(value, "127.0.0.1");
+        } else if (name == "turnaround") {
+            o.turnaroundMs =
+                static_cast<int>(tools::parseInteger(value, 0, kMaxTurnaroundMs, "--turnaround"));
+        } else if (name == "sim-options") {
+            o.simulatorOptions = value;
+        } else if (name == "library") {
+            o.libraryPath = value;
+        } else if (name == "station") {
+            s.station =
+                static_cast<int>(tools::parseInteger(value, 1, tools::kMaxStation, "--station"));
+        } else if (name == "block-length") {
+            s.blockLength =
+                static_cast<int>(tools::parseInteger(value, 1, kMaxBlockLength, "--block-length"));
+        } else if (name == "retries") {
+            s.retries = static_cast<int>(tools::parseInteger(value, 0, kMaxRetries, "--retries"));
+        } else if (name == "write-mode") {
+            s.writeMode = static_cast<int>(tools::parseInteger(value, 0, 255, "--write-mode"));
+        } else if (name == "remote-mode") {
+            s.remoteMode = true;
+        } else if (name == "per-var-station") {
+            s.perVarStation = true;
+        } else if (name == "off") {
+            for (long station : tools::parseIntegerList(value, 1, tools::kMaxStation, "--off")) {
+                s.offStations.push_back(static_cast<int>(station));
+            }
+        } else if (name == "tags") {
+            for (const Variable& v : readTagFile(value)) {
+                o.variables.push_back(v);
+            }
+        } else if (name == "write") {
+            o.writes.push_back(parseWrite(value));
+        } else if (name == "write-at-scan") {
+            o.writeAtScan =
+                static_cast<int>(tools::parseInteger(value, 0, kMaxScans, "--write-at-scan"));
+        } else if (name == "cycle") {
+            o.cycleMs = static_cast<int>(tools::parseInteger(value, 0, kMaxCycleMs, "--cycle"));
+        } else if (name == "scans") {
+            o.scans = tools::parseInteger(value, 1, kMaxScans, "--scans");
+        } else if (name == "seconds") {
+            o.seconds = parseSeconds(value);
+        } else if (name == "format") {
+            o.format = parseFormat(value);
+        } else if (name == "trace") {
+            o.trace = true;
+        } else if (name == "image-dump") {
+            o.imageDump = value;
+        } else if (name == "help") {
+            o.help = true;
+        }
+    }
+    for (const std::string& text : args.positional) {
+        o.variables.push_back(parseVariable(text));
+    }
+    return o;
+}
+
+}  // namespace refhost

@@ -1,0 +1,56 @@
+// What the reference host is told on its command line.
+#ifndef KORVAN_TOOLS_HOST_OPTIONS_H
+#define KORVAN_TOOLS_HOST_OPTIONS_H
+
+#include <string>
+#include <vector>
+
+#include "serial_line.h"
+#include "tcp.h"
+#include "variables.h"
+
+namespace refhost {
+
+enum class Format { Table, Csv, Json };
+enum class PortKind { StartedSimulator, SerialDevice, Tcp };
+
+// The port record's settings.
+struct PortSettings {
+    int station = 1;
+    int blockLength = 32;
+    int retries = 2;
+    int writeMode = 2;  // 2: writes go to the PLC; anything else: to the image only
+    bool remoteMode = false;
+    bool perVarStation = false;
+    std::vector<int> offStations;
+};
+
+struct HostOptions {
+    std::string libraryPath;  // empty: the library beside the program
+    PortKind port = PortKind::StartedSimulator;
+    std::string devicePath;
+    tools::Endpoint endpoint;
+    tools::LineSettings line;
+    std::string simulatorOptions;  // for the simulator started when no port is given
+    int turnaroundMs = 100;
+    PortSettings settings;
+    std::vector<Variable> variables;
+    std::vector<Write> writes;
+    int writeAtScan = 0;
+    int cycleMs = 0;       // least time from one scan's start to the next; 0: back to back
+    long scans = 0;        // 0: no bound
+    double seconds = 0.0;  // 0: no bound
+    Format format = Format::Table;
+    bool trace = false;
+    std::string imageDump;
+    bool help = false;
+};
+
+extern const char* const kHostUsage;
+
+// Throws tools::UsageError.
+HostOptions parseHostOptions(int argc, char** argv);
+
+}  // namespace refhost
+
+#endif

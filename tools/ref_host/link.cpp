@@ -1,0 +1,62 @@
+#include "link.h"
+
+#include <cmath>
+
+#include "serial_line.h"
+#include "tcp.h"
+
+namespace refhost {
+
+namespace {
+
+constexpr int kConnectTimeoutMs = 3000;
+constexpr double kMillisecondsPerSecond = 1000.0;
+// The driver never asks for a reply of unknown length; if it did, this much would be taken.
+constexpr std::size_t kLongestReply = 4096;
+
+}  // namespace
+
+Link::Link(const HostOptions& options) : line_(options.line), turnaroundMs_(options.turnaroundMs) {
+    switch (options.port) {
+        case PortKind::StartedSimulator:
+            simulator_ = std::make_unique<StartedSimulator>(options.simulatorOptions);
+            fd_ = tools::openSerialDevice(simulator_->devicePath(), line_);
+            description_ = "simulated PLC on " + simulator_->devicePath();
+            break;
+        case PortKind::SerialDevice:
+            fd_ = tools::openSerialDevice(options.devicePath, line_);
+            description_ = options.devicePath;
+            break;
+        case PortKind::Tcp:
+            fd_ = tools::connectTcp(options.endpoint, kConnectTimeoutMs);
+            serial_ = false;
+            description_ = "TCP " + tools::describeEndpoint(options.endpoint);
+            break;
+    }
+    if (serial_) {
+        description_ += " at " + tools::describeLine(line_);
+    }
+}
+
+int Link::replyTimeoutMs(std::size_t requestLength, int replyLength) const {
+    if (!serial_) {
+        return turnaroundMs_;
+    }
+    const double bits = static_cast<double>(requestLength + std::max(replyLength, 0)) *
+                        tools::bitsPerCharacter(line_);
+    return static_cast<int>(std::ceil(bits * kMillisecondsPerSecond / line_.baud)) + turnaroundMs_;
+}
+
+tools::Bytes Link::exchange(const std::uint8_t* request, std::size_t length, int replyLength) {
+    // A reply that came too late for an earlier request must not pass for this one's.
+    tools::discardInput(fd_.get());
+    tools::writeAll(fd_.get(), request, length);
+    if (replyLength == 0) {
+        return {};
+    }
+    const std::size_t expected =
+        replyLength < 0 ? kLongestReply : static_cast<std::size_t>(replyLength);
+    return tools::readFor(fd_.get(), expected, replyTimeoutMs(length, replyLength));
+}
+
+}  // namespace refhost

@@ -1,0 +1,40 @@
+// The host's end of the line to the PLC: a serial device, a TCP connection, or a simulator it
+// started itself. Sends a request and collects its reply within the reply timeout.
+#ifndef KORVAN_TOOLS_LINK_H
+#define KORVAN_TOOLS_LINK_H
+
+#include <memory>
+#include <string>
+
+#include "byte_io.h"
+#include "host_options.h"
+#include "started_simulator.h"
+#include "unique_fd.h"
+
+namespace refhost {
+
+class Link {
+public:
+    // Opens the port the options name. Throws std::runtime_error with a clear reason.
+    explicit Link(const HostOptions& options);
+
+    // Sends the request, then waits for `replyLength` bytes (none when it is 0) until the reply
+    // timeout; returns what came. Throws tools::LinkClosed.
+    tools::Bytes exchange(const std::uint8_t* request, std::size_t length, int replyLength);
+
+    // The time the request and its reply take on the line, plus the turnaround.
+    int replyTimeoutMs(std::size_t requestLength, int replyLength) const;
+    const std::string& description() const { return description_; }
+
+private:
+    std::unique_ptr<StartedSimulator> simulator_;
+    tools::UniqueFd fd_;
+    bool serial_ = true;
+    tools::LineSettings line_;
+    int turnaroundMs_ = 0;
+    std::string description_;
+};
+
+}  // namespace refhost
+
+#endif

@@ -1,0 +1,245 @@
+#include "poller.h"
+
+#include <algorithm>
+#include <iostream>
+#include <thread>
+
+#include "frame_trace.h"
+#include "hex_text.h"
+#include "image_values.h"
+
+namespace refhost {
+
+namespace {
+
+constexpr int kPortId = 1;  // the host's variables are all on this port
+constexpr int kHostTag = 1;
+constexpr int kWriteOwner = 1;   // the writes' owner: their abandon codes are 12, 42, 72
+constexpr int kCyclicItem = -1;  // the item of every planned cyclic read
+constexpr int kStatusDone = 1;
+constexpr int kGood = 1;
+constexpr int kGoodRemote = 100;
+constexpr int kRetry = 0;
+constexpr int kSwitchOff = 0;
+constexpr auto kIdleWait = std::chrono::milliseconds(100);
+
+Poller* activePoller = nullptr;  // the callbacks' way back; one poller runs at a time
+
+bool isGood(int code) {
+    return code == kGood || code == kGoodRemote;
+}
+
+QByteArray writeValues(const Write& w) {
+    QByteArray bytes;
+    for (long v : w.values) {
+        if (isWordArea(w.area)) {
+            bytes.append(static_cast<char>(v & 0xFF));
+            bytes.append(static_cast<char>((v >> 8) & 0xFF));
+        } else {
+            bytes.append(static_cast<char>(v != 0 ? 1 : 0));
+        }
+    }
+    return bytes;
+}
+
+}  // namespace
+
+Poller::Poller(const DriverApi& api, ComInfo& port, Link& link, const HostOptions& options,
+               Report& report)
+    : api_(api), port_(port), link_(link), options_(options), report_(report) {
+    const PortSettings& s = options.settings;
+    port_.maxUnits = s.blockLength;
+    port_.defaultStation = s.station;
+    port_.retryLimit = s.retries;
+    port_.perVarStation = s.perVarStation ? 1 : 0;
+    port_.remoteMode = s.remoteMode ? 1 : 0;
+    port_.portId = kPortId;
+    port_.writeMode = s.writeMode;
+    port_.hostTag = kHostTag;
+    api_.setComInfo(&port_);
+    activePoller = this;
+    api_.registerCallbacks(onResult, onError);
+    for (int station : s.offStations) {
+        api_.enableStation(station, kSwitchOff);
+    }
+    QList<HOSTVAR> cyclic;
+    for (const Variable& v : options.variables) {
+        HOSTVAR h;
+        h.area = static_cast<quint8>(v.area);
+        h.station = static_cast<quint8>(stationOf(v, s));
+        h.addressText = QString::fromStdString(v.address);
+        h.nameText = QString::fromStdString(v.name);
+        h.count = v.count;
+        cyclic.append(h);
+    }
+    api_.planReads(&cyclic);
+}
+
+Poller::~Poller() {
+    api_.registerCallbacks(nullptr, nullptr);
+    api_.setComInfo(nullptr);
+    activePoller = nullptr;
+}
+
+int Poller::onResult(int, int ownerId, int itemId, int status) {
+    if (activePoller != nullptr && ownerId == kWriteOwner) {
+        activePoller->writeResults_.emplace_back(itemId, status);
+    }
+    return 0;
+}
+
+int Poller::onError(QList<RW_VAR>*, int ownerId, int) {
+    if (activePoller != nullptr && activePoller->options_.trace) {
+        std::cerr << "  error callback: owner " << ownerId << std::endl;
+    }
+    return 0;
+}
+
+void Poller::run(const volatile std::sig_atomic_t& stop) {
+    if (options_.seconds > 0.0) {
+        deadline_ = started_ + std::chrono::duration_cast<Clock::duration>(
+                                   std::chrono::duration<double>(options_.seconds));
+    }
+    const bool cyclic = !options_.variables.empty();
+    const auto cycle = std::chrono::milliseconds(options_.cycleMs);
+    auto scansDone = [this] { return options_.scans != 0 && stats_.scans >= options_.scans; };
+    while (!stop && Clock::now() < deadline_) {
+        if (!writesIssued_ && stats_.scans >= options_.writeAtScan) {
+            issueWrites();
+        }
+        Protocol* request = api_.nextRequest();
+        if (request == nullptr) {
+            if (!cyclic && writesIssued_) {
+                return;  // every write is done
+            }
+            // Every station of the read list is switched off: an empty scan.
+            finishScan();
+            if (scansDone()) {
+                return;
+            }
+            pause(std::max(Clock::now() + kIdleWait, scanStarted_ + cycle), stop);
+            scanStarted_ = Clock::now();
+            continue;
+        }
+        if (request->var.itemId == kCyclicItem && !retryPending_) {
+            const RW_VAR& read = request->var;
+            const BlockKey block{read.station, read.area, read.address, read.count};
+            // The read list has come round again: the image now holds a whole scan.
+            if (scanBlocks_.count(block) != 0) {
+                finishScan();
+                if (scansDone()) {
+                    return;
+                }
+                pause(scanStarted_ + cycle, stop);
+            }
+            if (scanBlocks_.empty()) {
+                scanStarted_ = Clock::now();
+            }
+            scanBlocks_.insert(block);
+        }
+        exchange(*request);
+    }
+}
+
+void Poller::pause(Clock::time_point until, const volatile std::sig_atomic_t& stop) const {
+    until = std::min(until, deadline_);
+    while (!stop && Clock::now() < until) {
+        std::this_thread::sleep_for(std::min<Clock::duration>(until - Clock::now(), kIdleWait));
+    }
+}
+
+void Poller::finishScan() {
+    const double ms =
+        std::chrono::duration<double, std::milli>(Clock::now() - scanStarted_).count();
+    ++stats_.scans;
+    stats_.scanMsTotal += ms;
+    stats_.scanMsMax = std::max(stats_.scanMsMax, ms);
+    report_.scan(stats_.scans, elapsedMs(), values());
+    scanBlocks_.clear();
+}
+
+void Poller::issueWrites() {
+    writesIssued_ = true;
+    int item = 0;
+    for (const Write& w : options_.writes) {
+        QByteArray values = writeValues(w);
+        api_.write(QString::fromStdString(w.text), w.area, QString::fromStdString(w.address),
+                   w.station == kNoStation ? options_.settings.station : w.station, &values,
+                   static_cast<int>(w.values.size()), kWriteOwner, ++item);
+    }
+}
+
+void Poller::exchange(const Protocol& request) {
+    // DataCom replaces the request; keep what is needed afterwards.
+    const QByteArray frame = request.frame.left(request.sendLength);
+    const int station = request.var.station;
+    const int replyLength = request.replyLength;
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(frame.constData());
+
+    const tools::Bytes reply = link_.exchange(bytes, frame.size(), replyLength);
+    QByteArray received(reinterpret_cast<const char*>(reply.data()),
+                        static_cast<int>(reply.size()));
+    const int code = api_.handReply(&received, received.size())->result;
+
+    ++stats_.exchanges;
+    retryPending_ = code == kRetry;
+    if (code == kRetry) {
+        ++stats_.retries;
+    } else {
+        lastCode_[station] = code;
+        if (isGood(code)) {
+            ++stats_.good;
+        } else {
+            ++stats_.abandoned[code];
+        }
+    }
+    if (options_.trace) {
+        std::cerr << "> " << tools::hexBytes(bytes, frame.size()) << "  | "
+                  << describeRequest(bytes, frame.size(), options_.settings.remoteMode) << "\n< "
+                  << (reply.empty()
+                          ? "(nothing within " +
+                                std::to_string(link_.replyTimeoutMs(frame.size(), replyLength)) +
+                                " ms)"
+                          : tools::hexBytes(reply.data(), reply.size()) + "  | " +
+                                describeReply(reply.data(), reply.size()))
+                  << "\n= " << code << " " << describeResult(code) << std::endl;
+    }
+    reportWrites();
+}
+
+void Poller::reportWrites() {
+    for (const auto& [item, status] : writeResults_) {
+        const bool done = status == kStatusDone;
+        ++(done ? stats_.writesDone : stats_.writesFailed);
+        report_.writeResult(options_.writes.at(static_cast<std::size_t>(item - 1)).text, done);
+    }
+    writeResults_.clear();
+}
+
+std::string Poller::stateOf(int station) const {
+    const auto& off = options_.settings.offStations;
+    if (std::find(off.begin(), off.end(), station) != off.end()) {
+        return "off";
+    }
+    const auto it = lastCode_.find(station);
+    if (it == lastCode_.end()) {
+        return "waiting";
+    }
+    return isGood(it->second) ? "ok" : "failed " + std::to_string(it->second);
+}
+
+std::vector<VariableValues> Poller::values() const {
+    std::vector<VariableValues> rows;
+    for (const Variable& v : options_.variables) {
+        const int station = stationOf(v, options_.settings);
+        rows.push_back({&v, station, readValues(api_, v, station), stateOf(station)});
+    }
+    return rows;
+}
+
+long Poller::elapsedMs() const {
+    return static_cast<long>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started_).count());
+}
+
+}  // namespace refhost

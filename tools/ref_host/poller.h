@@ -1,0 +1,72 @@
+// The host's polling loop: the driver's next request out on the link, the reply (or silence)
+// back to the driver, result codes and callbacks counted, scans recognised and shown.
+#ifndef KORVAN_TOOLS_POLLER_H
+#define KORVAN_TOOLS_POLLER_H
+
+#include <chrono>
+#include <csignal>
+#include <map>
+#include <set>
+#include <tuple>
+#include <vector>
+
+#include "driver_library.h"
+#include "host_options.h"
+#include "link.h"
+#include "report.h"
+#include "run_stats.h"
+
+namespace refhost {
+
+class Poller {
+public:
+    // Hands the driver the port record, the callbacks, the station switches and the cyclic
+    // variables. `port` must outlive the poller: the driver works in it.
+    Poller(const DriverApi& api, ComInfo& port, Link& link, const HostOptions& options,
+           Report& report);
+    ~Poller();
+    Poller(const Poller&) = delete;
+    Poller& operator=(const Poller&) = delete;
+
+    // Polls until the scans or seconds of the options are done, `stop` is set, or (without
+    // cyclic variables) nothing is left to send. Throws tools::LinkClosed.
+    void run(const volatile std::sig_atomic_t& stop);
+
+    std::vector<VariableValues> values() const;
+    const RunStats& stats() const { return stats_; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    using BlockKey = std::tuple<int, int, int, int>;  // station, area, address, count
+
+    static int onResult(int hostTag, int ownerId, int itemId, int status);
+    static int onError(QList<RW_VAR>* list, int ownerId, int flag);
+
+    void issueWrites();
+    void exchange(const Protocol& request);
+    void finishScan();
+    // Sleeps until `until`, the deadline of the run, or a stop request, whichever comes first.
+    void pause(Clock::time_point until, const volatile std::sig_atomic_t& stop) const;
+    void reportWrites();
+    std::string stateOf(int station) const;
+    long elapsedMs() const;
+
+    const DriverApi& api_;
+    ComInfo& port_;
+    Link& link_;
+    const HostOptions& options_;
+    Report& report_;
+    RunStats stats_;
+    bool writesIssued_ = false;
+    bool retryPending_ = false;
+    std::set<BlockKey> scanBlocks_;
+    Clock::time_point started_ = Clock::now();
+    Clock::time_point deadline_ = Clock::time_point::max();
+    Clock::time_point scanStarted_ = Clock::now();
+    std::map<int, int> lastCode_;                    // by station: the last final result code
+    std::vector<std::pair<int, int>> writeResults_;  // item, status: from the callback
+};
+
+}  // namespace refhost
+
+#endif
