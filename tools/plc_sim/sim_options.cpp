@@ -84,15 +84,17 @@ Faults (replies only; fractions 0..1):
   --silent LIST           stations that never answer
   --seed N                seed of the fault draws (default 1)
   --faults-for N          only the first N requests see faults
+  --faults-seconds S      only requests in the first S seconds after the first one see faults
 
   --trace                 print every request and reply in hexadecimal on stderr
   --help                  this text
 )";
 
 SimOptions parseSimOptions(int argc, char** argv) {
-    std::set<std::string> withValue{"device",     "tcp",     "gap",    "stations", "memory",
-                                    "fill",       "counter", "dump",   "drop",     "corrupt",
-                                    "misaddress", "delay",   "silent", "seed",     "faults-for"};
+    std::set<std::string> withValue{"device", "tcp",     "gap",        "stations",
+                                    "memory", "fill",    "counter",    "dump",
+                                    "drop",   "corrupt", "misaddress", "delay",
+                                    "silent", "seed",    "faults-for", "faults-seconds"};
     withValue.insert(tools::lineOptionNames().begin(), tools::lineOptionNames().end());
     const tools::ParsedArgs args =
         tools::parseArgs(argc, argv, withValue, {"pty", "trace", "help"});
@@ -140,6 +142,9 @@ SimOptions parseSimOptions(int argc, char** argv) {
                 static_cast<std::uint64_t>(tools::parseInteger(value, 0, kMaxCount, "--seed"));
         } else if (name == "faults-for") {
             o.faultsFor = tools::parseInteger(value, 1, kMaxCount, "--faults-for");
+        } else if (name == "faults-seconds") {
+            o.faultsSeconds =
+                static_cast<double>(tools::parseInteger(value, 1, kMaxCount, "--faults-seconds"));
         } else if (name == "trace") {
             o.trace = true;
         } else if (name == "help") {

@@ -36,7 +36,8 @@ struct SimOptions {
     tools::Endpoint endpoint{"127.0.0.1", 0};
     std::set<int> stations{1};
     Faults faults;
-    long faultsFor = 0;  // requests that see faults; 0: every request
+    long faultsFor = 0;        // requests that see faults; 0: every request
+    double faultsSeconds = 0;  // seconds from the first request that see faults; 0: no limit
     std::string memoryFile;
     FillPattern fill;
     std::vector<Counter> counters;

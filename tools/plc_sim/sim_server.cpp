@@ -91,7 +91,12 @@ bool SimServer::receive(int fd) {
 
 void SimServer::answer(int fd, const Bytes& request) {
     const Reply reply = plc_.handle(request);
-    if (options_.faultsFor != 0 && !faultsCleared_ && plc_.stats().requests >= options_.faultsFor) {
+    firstRequest_ = std::min(firstRequest_, Clock::now());
+    const bool countDone = options_.faultsFor != 0 && plc_.stats().requests >= options_.faultsFor;
+    const bool timeDone =
+        options_.faultsSeconds > 0 &&
+        Clock::now() - firstRequest_ >= std::chrono::duration<double>(options_.faultsSeconds);
+    if (!faultsCleared_ && (countDone || timeDone)) {
         plc_.setFaults(Faults());
         faultsCleared_ = true;
     }

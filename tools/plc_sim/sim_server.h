@@ -43,6 +43,7 @@ private:
     Clock::time_point lastByte_ = Clock::now();
     Clock::time_point nextTick_ = Clock::now();
     bool faultsCleared_ = false;
+    Clock::time_point firstRequest_ = Clock::time_point::max();
 };
 
 }  // namespace plcsim

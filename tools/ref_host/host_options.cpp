@@ -72,6 +72,8 @@ Variables and writes:
   --write AREA:ADDRESS[@STATION]=VALUE[,VALUE...]
                           a write, e.g. 14:100=0x1234 or 29:10.3=1 (repeatable)
   --write-at-scan N       make the writes after N complete scans (default 0: at once)
+  --write-every-scan      make the writes again every scan, with values that change, and at
+                          the end wait until every write has its result (soak runs)
 
 Run and output:
   --cycle MS              start a scan at most every MS milliseconds (default 0: back to back)
@@ -92,8 +94,9 @@ HostOptions parseHostOptions(int argc, char** argv) {
         "block-length",  "retries", "write-mode", "off",         "tags",    "write",
         "write-at-scan", "cycle",   "scans",      "seconds",     "format",  "image-dump"};
     withValue.insert(tools::lineOptionNames().begin(), tools::lineOptionNames().end());
-    const tools::ParsedArgs args = tools::parseArgs(
-        argc, argv, withValue, {"remote-mode", "per-var-station", "trace", "help"});
+    const tools::ParsedArgs args =
+        tools::parseArgs(argc, argv, withValue,
+                         {"remote-mode", "per-var-station", "write-every-scan", "trace", "help"});
     HostOptions o;
     PortSettings& s = o.settings;
     for (const auto& [name, value] : args.options) {
@@ -148,6 +151,8 @@ HostOptions parseHostOptions(int argc, char** argv) {
             o.seconds = parseSeconds(value);
         } else if (name == "format") {
             o.format = parseFormat(value);
+        } else if (name == "write-every-scan") {
+            o.writeEveryScan = true;
         } else if (name == "trace") {
             o.trace = true;
         } else if (name == "image-dump") {

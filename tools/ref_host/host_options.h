@@ -37,9 +37,10 @@ struct HostOptions {
     std::vector<Variable> variables;
     std::vector<Write> writes;
     int writeAtScan = 0;
-    int cycleMs = 0;       // least time from one scan's start to the next; 0: back to back
-    long scans = 0;        // 0: no bound
-    double seconds = 0.0;  // 0: no bound
+    bool writeEveryScan = false;  // repeat the writes every scan, for soak runs
+    int cycleMs = 0;              // least time from one scan's start to the next; 0: back to back
+    long scans = 0;               // 0: no bound
+    double seconds = 0.0;         // 0: no bound
     Format format = Format::Table;
     bool trace = false;
     std::string imageDump;

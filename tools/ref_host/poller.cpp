@@ -1,7 +1,9 @@
 #include "poller.h"
 
 #include <algorithm>
+#include <fstream>
 #include <iostream>
+#include <limits>
 #include <thread>
 
 #include "frame_trace.h"
@@ -22,6 +24,22 @@ constexpr int kGoodRemote = 100;
 constexpr int kRetry = 0;
 constexpr int kSwitchOff = 0;
 constexpr auto kIdleWait = std::chrono::milliseconds(100);
+constexpr auto kDrainLimit = std::chrono::seconds(10);
+constexpr long kWarmScans = 20;  // scans after which memory should stay flat
+
+long residentKb() {
+    std::ifstream status("/proc/self/status");
+    std::string key;
+    long kb = 0;
+    while (status >> key) {
+        if (key == "VmRSS:") {
+            status >> kb;
+            break;
+        }
+        status.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    }
+    return kb;
+}
 
 Poller* activePoller = nullptr;  // the callbacks' way back; one poller runs at a time
 
@@ -29,14 +47,17 @@ bool isGood(int code) {
     return code == kGood || code == kGoodRemote;
 }
 
-QByteArray writeValues(const Write& w) {
+// The write's values, changed by `round` so that repeated writes are told apart: words count up,
+// bits flip every round.
+QByteArray writeValues(const Write& w, long round) {
     QByteArray bytes;
     for (long v : w.values) {
         if (isWordArea(w.area)) {
+            v += round;
             bytes.append(static_cast<char>(v & 0xFF));
             bytes.append(static_cast<char>((v >> 8) & 0xFF));
         } else {
-            bytes.append(static_cast<char>(v != 0 ? 1 : 0));
+            bytes.append(static_cast<char>((v != 0) != (round % 2 != 0) ? 1 : 0));
         }
     }
     return bytes;
@@ -96,6 +117,26 @@ int Poller::onError(QList<RW_VAR>*, int ownerId, int) {
 }
 
 void Poller::run(const volatile std::sig_atomic_t& stop) {
+    poll(stop);
+    if (options_.writeEveryScan) {
+        drainWrites(stop);
+    }
+    stats_.rssKbEnd = residentKb();
+}
+
+void Poller::drainWrites(const volatile std::sig_atomic_t& stop) {
+    const auto until = Clock::now() + kDrainLimit;
+    while (!stop && !unansweredItems_.empty() && Clock::now() < until) {
+        if (Protocol* request = api_.nextRequest()) {
+            exchange(*request);
+        } else {
+            std::this_thread::sleep_for(kIdleWait);
+        }
+    }
+    stats_.writesUnanswered = static_cast<long>(unansweredItems_.size());
+}
+
+void Poller::poll(const volatile std::sig_atomic_t& stop) {
     if (options_.seconds > 0.0) {
         deadline_ = started_ + std::chrono::duration_cast<Clock::duration>(
                                    std::chrono::duration<double>(options_.seconds));
@@ -104,7 +145,9 @@ void Poller::run(const volatile std::sig_atomic_t& stop) {
     const auto cycle = std::chrono::milliseconds(options_.cycleMs);
     auto scansDone = [this] { return options_.scans != 0 && stats_.scans >= options_.scans; };
     while (!stop && Clock::now() < deadline_) {
-        if (!writesIssued_ && stats_.scans >= options_.writeAtScan) {
+        const bool writesDue =
+            !writesIssued_ || (options_.writeEveryScan && lastWriteScan_ != stats_.scans);
+        if (writesDue && stats_.scans >= options_.writeAtScan) {
             issueWrites();
         }
         Protocol* request = api_.nextRequest();
@@ -152,17 +195,25 @@ void Poller::finishScan() {
     const double ms =
         std::chrono::duration<double, std::milli>(Clock::now() - scanStarted_).count();
     ++stats_.scans;
+    if (stats_.scans == kWarmScans) {
+        stats_.rssKbWarm = residentKb();
+    }
     stats_.scanMsTotal += ms;
     stats_.scanMsMax = std::max(stats_.scanMsMax, ms);
     report_.scan(stats_.scans, elapsedMs(), values());
     scanBlocks_.clear();
 }
 
+// Items number the writes of the command line from 1, round after round.
 void Poller::issueWrites() {
     writesIssued_ = true;
-    int item = 0;
+    const long round = lastWriteScan_ < 0 ? 0 : stats_.scans;
+    lastWriteScan_ = stats_.scans;
+    int item = static_cast<int>(round * static_cast<long>(options_.writes.size()));
     for (const Write& w : options_.writes) {
-        QByteArray values = writeValues(w);
+        QByteArray values = writeValues(w, round);
+        unansweredItems_.insert(item + 1);
+        ++stats_.writesIssued;
         api_.write(QString::fromStdString(w.text), w.area, QString::fromStdString(w.address),
                    w.station == kNoStation ? options_.settings.station : w.station, &values,
                    static_cast<int>(w.values.size()), kWriteOwner, ++item);
@@ -209,9 +260,15 @@ void Poller::exchange(const Protocol& request) {
 
 void Poller::reportWrites() {
     for (const auto& [item, status] : writeResults_) {
+        // Items are never reused: a result for one no longer waiting is a second result.
+        if (unansweredItems_.erase(item) == 0) {
+            ++stats_.writesRepeated;
+            continue;
+        }
         const bool done = status == kStatusDone;
         ++(done ? stats_.writesDone : stats_.writesFailed);
-        report_.writeResult(options_.writes.at(static_cast<std::size_t>(item - 1)).text, done);
+        const std::size_t index = static_cast<std::size_t>(item - 1) % options_.writes.size();
+        report_.writeResult(options_.writes.at(index).text, done);
     }
     writeResults_.clear();
 }

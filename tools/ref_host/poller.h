@@ -31,6 +31,9 @@ public:
     // Polls until the scans or seconds of the options are done, `stop` is set, or (without
     // cyclic variables) nothing is left to send. Throws tools::LinkClosed.
     void run(const volatile std::sig_atomic_t& stop);
+    // With --write-every-scan: polls on, issuing nothing new, until every write has its result
+    // (or a time limit passes), then counts the unanswered ones.
+    void drainWrites(const volatile std::sig_atomic_t& stop);
 
     std::vector<VariableValues> values() const;
     const RunStats& stats() const { return stats_; }
@@ -42,6 +45,7 @@ private:
     static int onResult(int hostTag, int ownerId, int itemId, int status);
     static int onError(QList<RW_VAR>* list, int ownerId, int flag);
 
+    void poll(const volatile std::sig_atomic_t& stop);
     void issueWrites();
     void exchange(const Protocol& request);
     void finishScan();
@@ -58,6 +62,8 @@ private:
     Report& report_;
     RunStats stats_;
     bool writesIssued_ = false;
+    long lastWriteScan_ = -1;        // the scan whose writes were issued last
+    std::set<int> unansweredItems_;  // items of the issued writes still without a result
     bool retryPending_ = false;
     std::set<BlockKey> scanBlocks_;
     Clock::time_point started_ = Clock::now();

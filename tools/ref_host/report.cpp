@@ -86,6 +86,10 @@ void printStatsText(const RunStats& s) {
               << "            " << s.scans << " scans, scan time mean " << meanScanMs(s)
               << " ms, max " << s.scanMsMax << " ms; writes " << s.writesDone << " done, "
               << s.writesFailed << " failed" << std::endl;
+    if (s.writesIssued > s.writesDone + s.writesFailed || s.writesRepeated > 0) {
+        std::cerr << "            writes issued " << s.writesIssued << ", unanswered "
+                  << s.writesUnanswered << ", answered twice " << s.writesRepeated << std::endl;
+    }
 }
 
 void printStatsJson(const RunStats& s) {
@@ -98,7 +102,10 @@ void printStatsJson(const RunStats& s) {
               << ",\"good\":" << s.good << ",\"retries\":" << s.retries << ",\"abandoned\":{"
               << abandoned << "},\"scans\":" << s.scans << ",\"scan_ms_mean\":" << meanScanMs(s)
               << ",\"scan_ms_max\":" << s.scanMsMax << ",\"writes_done\":" << s.writesDone
-              << ",\"writes_failed\":" << s.writesFailed << "}}" << std::endl;
+              << ",\"writes_failed\":" << s.writesFailed << ",\"writes_issued\":" << s.writesIssued
+              << ",\"writes_unanswered\":" << s.writesUnanswered
+              << ",\"writes_repeated\":" << s.writesRepeated << ",\"rss_kb_warm\":" << s.rssKbWarm
+              << ",\"rss_kb_end\":" << s.rssKbEnd << "}}" << std::endl;
 }
 
 }  // namespace

@@ -20,6 +20,11 @@ struct RunStats {
     double scanMsMax = 0.0;
     long writesDone = 0;
     long writesFailed = 0;
+    long writesIssued = 0;      // host writes handed to SetRegisterData
+    long writesUnanswered = 0;  // issued writes that never got a result
+    long writesRepeated = 0;    // results beyond the first for one write
+    long rssKbWarm = 0;         // resident memory once warmed up, and at the end
+    long rssKbEnd = 0;
 };
 
 // One variable's values as the image holds them at the end of a scan.
