@@ -184,16 +184,21 @@ std::optional<Bytes> PlcModel::handleLocal(const Bytes& f) {
             // Bit areas take a bit address and packed bits, whatever the function.
             writeBitsPacked(s, code, address, count, payload.data(), payload.size());
         } else {
-            for (std::uint32_t i = 0; i < count && 2 * i + 1 < payload.size(); ++i) {
-                setWord(s, code, address + i,
-                        static_cast<std::uint16_t>(payload[2 * i] | payload[2 * i + 1] << 8));
-            }
+            writeWordsLowFirst(s, code, address, count, payload);
         }
     }
     if (station == kBroadcast) {
         return std::nullopt;
     }
     return writeAck(station, fn, &f[2]);
+}
+
+void PlcModel::writeWordsLowFirst(int station, int code, std::uint32_t address, std::uint32_t count,
+                                  const Bytes& payload) {
+    for (std::uint32_t i = 0; i < count && 2 * i + 1 < payload.size(); ++i) {
+        setWord(station, code, address + i,
+                static_cast<std::uint16_t>(payload[2 * i] | payload[2 * i + 1] << 8));
+    }
 }
 
 std::optional<Bytes> PlcModel::handleRemote(const Bytes& f) {
@@ -227,11 +232,7 @@ std::optional<Bytes> PlcModel::handleRemote(const Bytes& f) {
         } else if (isBitAreaCode(code)) {
             writeBitsPacked(s, code, address, count, payload.data(), payload.size());
         } else {
-            // Remote word payloads are low byte first.
-            for (std::uint32_t i = 0; i < count && 2 * i + 1 < payload.size(); ++i) {
-                setWord(s, code, address + i,
-                        static_cast<std::uint16_t>(payload[2 * i] | payload[2 * i + 1] << 8));
-            }
+            writeWordsLowFirst(s, code, address, count, payload);  // as remote payloads are held
         }
     }
     if (station == kBroadcast) {

@@ -90,6 +90,9 @@ private:
                    std::uint8_t function);
     Bytes readWords(int station, int code, std::uint32_t address, std::uint32_t words,
                     std::uint8_t function);
+    // Up to `count` words from a payload holding each word low byte first.
+    void writeWordsLowFirst(int station, int code, std::uint32_t address, std::uint32_t count,
+                            const Bytes& payload);
     void writeBitsPacked(int station, int code, std::uint32_t bitAddress, std::uint32_t bits,
                          const std::uint8_t* packed, std::size_t length);
     Bytes writeAck(int station, std::uint8_t function, const std::uint8_t* addressing);
