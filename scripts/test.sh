@@ -6,18 +6,10 @@
 # Exits non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/common.sh
 
-packages=(cmake ninja-build g++ clang-14 libclang-rt-14-dev qtbase5-dev libgtest-dev libgmock-dev
-    libbenchmark-dev)
-missing=()
-for p in "${packages[@]}"; do
-    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-done
-if ((${#missing[@]})); then
-    echo "== installing: ${missing[*]}"
-    apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+install_missing cmake ninja-build g++ clang-14 libclang-rt-14-dev qtbase5-dev libgtest-dev \
+    libgmock-dev libbenchmark-dev
 
 jobs=$(nproc)
 
