@@ -1,0 +1,22 @@
+# Shared part of the ARM Linux toolchain files: Debian's cross compilers for KORVAN_TRIPLET,
+# the target's libraries from a sysroot of Debian packages (scripts/cross-test.sh makes it),
+# and the target's programs run under qemu user emulation, so that CTest runs the tests.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER ${KORVAN_TRIPLET}-gcc)
+set(CMAKE_CXX_COMPILER ${KORVAN_TRIPLET}-g++)
+
+if(NOT CMAKE_SYSROOT)
+    set(CMAKE_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/sysroot-${KORVAN_TARGET})
+endif()
+if(NOT EXISTS ${CMAKE_SYSROOT}/usr/include)
+    message(FATAL_ERROR "no sysroot at ${CMAKE_SYSROOT}: run scripts/cross-test.sh ${KORVAN_TARGET}")
+endif()
+
+# Programs (moc, the emulator) are the host's; libraries, headers and packages the target's.
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# -L makes qemu take the dynamic loader and every shared library from the sysroot.
+set(CMAKE_CROSSCOMPILING_EMULATOR ${KORVAN_QEMU} -L ${CMAKE_SYSROOT})
