@@ -14,3 +14,14 @@ install_missing() {
     fi
 }
 
+# Builds the Debian package of a configured build tree and lists what it holds.
+make_package() {
+    local build_dir=$1
+    echo "== $build_dir: package"
+    (cd "$build_dir" && cpack -G DEB >/dev/null)
+    local deb
+    for deb in "$build_dir"/*.deb; do
+        echo "$deb"
+        dpkg-deb --contents "$deb" | awk '$6 !~ /\/$/ {print "    " $6, $7, $8}'
+    done
+}

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Cross-builds the library, its tests and tools for an ARM Linux panel and runs the test suite
-# under qemu user emulation.
+# under qemu user emulation, then builds the Debian package for that architecture.
 #
 #   scripts/cross-test.sh armhf     32-bit ARM, hard-float (arm-linux-gnueabihf): the panel
 #   scripts/cross-test.sh aarch64   64-bit ARM (aarch64-linux-gnu)
@@ -103,3 +103,4 @@ started=$SECONDS
 # Serial: two tests share the fixed debug log file.
 ctest --test-dir "$build_dir" --output-on-failure
 echo "== cross-$target: tests ran in $((SECONDS - started)) s"
+make_package "$build_dir"
