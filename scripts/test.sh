@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 source scripts/common.sh
 
 install_missing cmake ninja-build g++ clang-14 libclang-rt-14-dev qtbase5-dev libgtest-dev \
-    libgmock-dev libbenchmark-dev
+    libgmock-dev libbenchmark-dev pkg-config
 
 jobs=$(nproc)
 
