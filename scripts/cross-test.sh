@@ -94,9 +94,11 @@ fi
 build_dir=build/cross-$target
 echo "== cross-$target: configure and build"
 started=$SECONDS
+# Optimised as the native build, but without debug information: it takes the cross compiler a
+# third of its time, and the package is stripped anyway.
 cmake -S . -B "$build_dir" -G Ninja -DCMAKE_TOOLCHAIN_FILE="cmake/$triplet.cmake" \
-    -DCMAKE_SYSROOT="$sysroot" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVAN_WERROR=ON \
-    -DKORVAN_BUILD_BENCH=OFF >/dev/null
+    -DCMAKE_SYSROOT="$sysroot" -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG" \
+    -DKORVAN_WERROR=ON -DKORVAN_BUILD_BENCH=OFF >/dev/null
 cmake --build "$build_dir" -j "$(nproc)"
 echo "== cross-$target: built in $((SECONDS - started)) s; test under $qemu"
 started=$SECONDS
