@@ -8,6 +8,9 @@ set(CMAKE_CXX_COMPILER ${KORVAN_TRIPLET}-g++)
 if(NOT CMAKE_SYSROOT)
     set(CMAKE_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/sysroot-${KORVAN_TARGET})
 endif()
+# Normalised: CMake re-roots package paths that do not start with the sysroot's exact text, and
+# Qt's CMake files would then not find each other.
+get_filename_component(CMAKE_SYSROOT ${CMAKE_SYSROOT} ABSOLUTE)
 if(NOT EXISTS ${CMAKE_SYSROOT}/usr/include)
     message(FATAL_ERROR "no sysroot at ${CMAKE_SYSROOT}: run scripts/cross-test.sh ${KORVAN_TARGET}")
 endif()
