@@ -32,18 +32,19 @@ apt_dir=$PWD/build/apt-$target
 packages=(libc6-dev libstdc++-12-dev libqt5core5a libgtest-dev)
 # Taken alone: Qt's headers, CMake files and mkspecs, without Qt's other modules and tools.
 alone=(qtbase5-dev qt5-qmake)
+# The security archive is left out: its armhf index does not download from this machine's
+# mirror, and the point release holds the same Qt as the host.
+suites=(bookworm bookworm-updates)
 stamp=$sysroot/.korvan-packages
-wanted="${packages[*]} / ${alone[*]}"
+wanted="${packages[*]} / ${alone[*]} / ${suites[*]}"
 
 make_sysroot() {
     echo "== sysroot for $deb_arch: $sysroot"
     rm -rf "$sysroot" "$apt_dir"
     mkdir -p "$apt_dir"/{lists/partial,archives/partial,sources.list.d,preferences.d} "$sysroot"
     : >"$apt_dir/status"
-    # The security archive is left out: its armhf index does not download from this machine's
-    # mirror, and the point release holds the same Qt as the host.
     local suite
-    for suite in bookworm bookworm-updates; do
+    for suite in "${suites[@]}"; do
         echo "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg]" \
             "http://deb.debian.org/debian $suite main"
     done >"$apt_dir/sources.list"
