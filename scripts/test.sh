@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
 # Installs what the build needs (Debian packages), then builds and runs every test:
-#   1. the normal build, warnings as errors;
+#   1. the normal build, warnings as errors, with the export-list and install tests; then its
+#      Debian package;
 #   2. the same suite under AddressSanitizer and UndefinedBehaviorSanitizer;
 #   3. the concurrency tests under ThreadSanitizer;
-#   4. a short run of every fuzz target.
+#   4. the panel's build: armhf, cross-compiled, every test under qemu (scripts/cross-test.sh),
+#      and its Debian package;
+#   5. a short run of every fuzz target.
 # Exits non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/common.sh
 
 scripts/install-deps.sh
 
@@ -26,6 +30,7 @@ run_suite() {
 }
 
 run_suite default -DCMAKE_BUILD_TYPE=RelWithDebInfo
+make_package build/default
 
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
     run_suite asan-ubsan -DCMAKE_BUILD_TYPE=Debug -DKORVAN_BUILD_BENCH=OFF \
@@ -39,6 +44,8 @@ cmake --build build/tsan -j "$jobs"
 echo "== tsan: test"
 TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build/tsan --output-on-failure -R Concurrency |
     tee -a "$summary"
+
+scripts/cross-test.sh armhf | tee -a "$summary"
 
 # A short run of every fuzz target from its seed corpus (new inputs go to a scratch folder).
 echo "== fuzz: configure and build"

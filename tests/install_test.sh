@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Installs a build tree into a fresh prefix, checks what landed there, and builds and runs a
+# tiny host against it both ways an integrator links: the CMake package and pkg-config.
+#   install_test.sh <build dir> <scratch dir> <C++ compiler> <CMake generator> <lib dir>
+set -euo pipefail
+build=$1 scratch=$2 cxx=$3 generator=$4 libdir=$5
+consumer=$(cd "$(dirname "$0")/consumer" && pwd)
+prefix=$scratch/prefix
+fail() {
+    echo "install test: $*" >&2
+    exit 1
+}
+
+rm -rf "$scratch"
+cmake --install "$build" --prefix "$prefix" >/dev/null
+
+# The soname chain: the link name for linkers, the soname for loaders, then the file.
+lib=$prefix/$libdir/libkorvan_qa_qb_series_port.so
+[[ $(readlink "$lib") == libkorvan_qa_qb_series_port.so.1 ]] || fail "bad link name $lib"
+[[ $(readlink "$lib.1") == libkorvan_qa_qb_series_port.so.1.* && -f $lib.1 ]] ||
+    fail "bad soname link $lib.1"
+[[ -f $prefix/include/korvan_qa_qb_series_port.h ]] || fail "no public header"
+
+echo "== CMake package"
+cmake -S "$consumer" -B "$scratch/cmake-host" -G "$generator" -DCMAKE_CXX_COMPILER="$cxx" \
+    -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$scratch/cmake-host" >/dev/null
+"$scratch/cmake-host/korvan_consumer"
+
+echo "== pkg-config"
+flags=$(PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig pkg-config --cflags --libs \
+    korvan_qa_qb_series_port)
+# shellcheck disable=SC2086 # the flags are separate words
+"$cxx" -std=c++17 "$consumer/host.cpp" $flags -Wl,-rpath,"$prefix/$libdir" \
+    -o "$scratch/pkg-config-host"
+"$scratch/pkg-config-host"
