@@ -3,15 +3,15 @@
 // must take its defined fallback, leave no lock held, and leave the driver able to run a whole
 // exchange afterwards.
 //
-// malloc, calloc and realloc are replaced in this program (operator new and Qt both allocate
-// through them), so it is built only without sanitizers, which replace them too.
+// malloc, calloc and realloc are replaced in this program; operator new, Qt and the loaded library
+// all allocate through them. It is built only without sanitizers, which replace them too.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <functional>
 #include <new>
 
-#include "polling_harness.h"
+#include "loaded_driver.h"
 
 extern "C" void* __libc_malloc(size_t size);
 extern "C" void* __libc_calloc(size_t count, size_t size);
@@ -48,7 +48,7 @@ extern "C" void* realloc(void* p, size_t size) {
 
 namespace {
 
-class AllocFailureTest : public PollingTest {
+class AllocFailureTest : public DriverTest {
 protected:
     // Runs `call` with its Nth allocation failing, for N = 0, 1, ... until it runs through
     // without reaching the failure; `check` judges each failed run. Returns how many failed.
@@ -56,7 +56,7 @@ protected:
                 const std::function<void()>& check) {
         int failures = 0;
         for (long n = 0; n < 10000; ++n) {
-            PollingTest::SetUp();
+            DriverTest::SetUp();
             info.retryCount = 0;
             setUp();
             failed = false;
@@ -81,15 +81,14 @@ protected:
     }
 
     void expectUnlockedAndUsable(long n) {
-        for (QMutex* m :
-             {&PLC_driver.listMutex, &PLC_driver.cacheMutex, &PLC_driver.stationMutex}) {
+        for (QMutex* m : {&driver.listMutex, &driver.cacheMutex, &driver.stationMutex}) {
             ASSERT_TRUE(m->tryLock()) << "a lock is still held after allocation " << n;
             m->unlock();
         }
-        PLC_driver.requestQueue.clear();
-        PLC_driver.writeList.clear();
-        PLC_driver.onceReadList.clear();
-        PLC_driver.readList = {readVar(14, 500, 1)};
+        driver.requestQueue.clear();
+        driver.writeList.clear();
+        driver.onceReadList.clear();
+        driver.readList = {var(14, 500, 1)};
         plc.setWord(1, 0x80, 500, 0x5A5A);
         EXPECT_EQ(poll(), 1) << "after allocation " << n;
         QByteArray out;
@@ -101,15 +100,14 @@ protected:
 }  // namespace
 
 TEST_F(AllocFailureTest, SchedulerLeavesTheEntryInPlaceAndSendsNothing) {
-    const int failures =
-        exhaust([&] { PLC_driver.writeList.append(writeVar(14, 3, 2, QByteArray(4, '\1'))); },
-                [&] { ComCommunication(); },
-                [&] {
-                    EXPECT_TRUE(PLC_driver.requestQueue.isEmpty());
-                    EXPECT_EQ(PLC_driver.writeList.size(), 1);
-                    EXPECT_EQ(info.framesInExchange, 0);
-                    EXPECT_EQ(info.scanDone, 1);
-                });
+    const int failures = exhaust([&] { driver.writeList.append(writeVar(14, 3, 2, "01010101")); },
+                                 [&] { ComCommunication(); },
+                                 [&] {
+                                     EXPECT_TRUE(driver.requestQueue.isEmpty());
+                                     EXPECT_EQ(driver.writeList.size(), 1);
+                                     EXPECT_EQ(info.framesInExchange, 0);
+                                     EXPECT_EQ(info.scanDone, 1);
+                                 });
     EXPECT_GT(failures, 0);
 }
 
@@ -117,14 +115,14 @@ TEST_F(AllocFailureTest, ReplyJudgingFailureIsARetry) {
     QByteArray reply;
     const int failures = exhaust(
         [&] {
-            PLC_driver.readList.append(readVar(14, 100, 40));
+            driver.readList.append(var(14, 100, 40));
             const QByteArray f = ComCommunication()->frame;
             reply = toQt(plc.handle(plcsim::Bytes(f.begin(), f.end())).bytes);
             reply.append("trailing");  // judged on its first `length` bytes: a copy is made
         },
         [&] { DataCom(&reply, reply.size() - 8); },
         [&] {
-            const int code = PLC_driver.retVar.result;
+            const int code = driver.retVar.result;
             EXPECT_TRUE(code == 0 || code == 1) << code;
         });
     EXPECT_GT(failures, 0);
@@ -134,7 +132,7 @@ TEST_F(AllocFailureTest, OnceReadRegistrationKeepsWhatItQueued) {
     RW_VAR v;
     const int failures =
         exhaust([&] { v = hostVar(20, "0", 250); }, [&] { AddListOnceReadVar(&v, 0); },
-                [&] { EXPECT_LE(PLC_driver.onceReadList.size(), 3); });
+                [&] { EXPECT_LE(driver.onceReadList.size(), 3); });
     EXPECT_GT(failures, 0);
 }
 
@@ -149,7 +147,7 @@ TEST_F(AllocFailureTest, RebuildReturnsWhatItPlanned) {
         tags.append(h);
     }
     const int failures = exhaust([] {}, [&] { planned = ReCreatReadVarList(&tags); },
-                                 [&] { EXPECT_EQ(planned, PLC_driver.readList.size()); });
+                                 [&] { EXPECT_EQ(planned, driver.readList.size()); });
     EXPECT_GT(failures, 0);
 }
 
@@ -157,7 +155,7 @@ TEST_F(AllocFailureTest, HostReadGivesAnEmptyBufferOrTheValue) {
     QByteArray out;
     int result = -1;
     const int failures =
-        exhaust([&] { PLC_driver.registerCache.insert((1ull << 56) | (14ull << 48) | 7, 0x1234); },
+        exhaust([&] { driver.registerCache.insert((1ull << 56) | (14ull << 48) | 7, 0x1234); },
                 [&] { result = GetRegisterData(QString(), 14, QStringLiteral("7"), 1, &out, 3); },
                 [&] {
                     EXPECT_EQ(result, 1);
@@ -177,7 +175,7 @@ TEST_F(AllocFailureTest, HostWriteKeepsThePiecesIssued) {
         },
         [&] { result = SetRegisterData(QString(), 14, QStringLiteral("10"), 1, &values, 6, 1, 1); },
         [&] {
-            EXPECT_EQ(result, PLC_driver.writeList.size());
+            EXPECT_EQ(result, driver.writeList.size());
             EXPECT_LE(result, 3);
         });
     EXPECT_GT(failures, 0);
