@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages that the build, the tests and the demo need, if any are
 # missing: CMake, Ninja, g++, clang (for ThreadSanitizer), Qt 5 development files, GoogleTest,
-# Google Benchmark. Uses sudo when not run as root.
+# Google Benchmark. Packages named as arguments are installed too (the benchmarks add their
+# peer and their tools). Uses sudo when not run as root.
 set -euo pipefail
 
 packages=(cmake ninja-build g++ clang-14 libclang-rt-14-dev qtbase5-dev libgtest-dev libgmock-dev
-    libbenchmark-dev)
+    libbenchmark-dev "$@")
 missing=()
 for p in "${packages[@]}"; do
     dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
