@@ -9,6 +9,7 @@
 // Callbacks run on the polling thread with listMutex held.
 #include "driver/Communication_Protocol.h"
 #include "driver/comm_failed.h"
+#include "driver/list_rotation.h"
 #include "driver/mutex_lock.h"
 #include "driver/polling.h"
 
@@ -77,9 +78,7 @@ void complete(const ComInfo& info, bool local, bool failed) {
     }
     if (d.currentSource == kSourceReadList) {
         passRetValue(list->first(), d.retVar);
-        if (list->size() > 1) {
-            list->move(0, list->size() - 1);
-        }
+        rotateFirstToEnd(*list);
         return;
     }
     // Once-reads are reported on the local path only.

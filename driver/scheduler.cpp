@@ -7,6 +7,7 @@
 // until DataCom completes the exchange.
 #include "codec/frames.h"
 #include "driver/Communication_Protocol.h"
+#include "driver/list_rotation.h"
 #include "driver/mutex_lock.h"
 
 namespace {
@@ -47,7 +48,7 @@ void startCyclicRead(bool remote) {
             (remote ? Remote_ReadVar : read_register)(entry);
             return;
         }
-        list.move(0, list.size() - 1);
+        rotateFirstToEnd(list);
     }
 }
 
