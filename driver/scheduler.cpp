@@ -55,11 +55,13 @@ void startCyclicRead(bool remote) {
 void startNextExchange(const ComInfo& info) {
     Communication_Protocol& d = PLC_driver;
     const bool remote = info.remoteMode != 0;
-    if (d.writeBurst < kBurstLimit && startFromQueue(d.writeList, kSourceWriteList, d.writeBurst,
-                                                     remote, write_register, Remote_WriteVar)) {
+    // The emptiness checks come first: most exchanges are cyclic reads with nothing else queued.
+    if (!d.writeList.isEmpty() && d.writeBurst < kBurstLimit &&
+        startFromQueue(d.writeList, kSourceWriteList, d.writeBurst, remote, write_register,
+                       Remote_WriteVar)) {
         return;
     }
-    if (d.onceBurst < kBurstLimit &&
+    if (!d.onceReadList.isEmpty() && d.onceBurst < kBurstLimit &&
         startFromQueue(d.onceReadList, kSourceOnceReadList, d.onceBurst, remote, read_register,
                        Remote_ReadVar)) {
         return;
