@@ -7,6 +7,7 @@
 // the same host variable are purged.
 //
 // Callbacks run on the polling thread with listMutex held.
+#include "codec/request_queue.h"
 #include "driver/Communication_Protocol.h"
 #include "driver/comm_failed.h"
 #include "driver/list_rotation.h"
@@ -138,7 +139,7 @@ RW_VAR* DataCom(QByteArray* reply, int length) {
     if (good) {
         setCommFailed(false);
         ++info->framesAnswered;
-        d.requestQueue.removeFirst();
+        finishHeadRequest();
         if (info->framesAnswered < info->framesInExchange) {
             return finish(code);  // the next frame of the exchange is the new head
         }
