@@ -52,7 +52,7 @@ int PLCAddressChangeIntef(int area, QString text) {
 }
 
 int Communication_Protocol::get_plc_reg(int area) {
-    return area == kBitOfWordArea ? kBitOfWordHostArea : area;
+    return imageArea(area);
 }
 
 void Communication_Protocol::update_rw_var(RW_VAR* var) {
