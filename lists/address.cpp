@@ -8,6 +8,7 @@
 #include "driver/Communication_Protocol.h"
 #include "driver/areas.h"
 #include "driver/wrapping.h"
+#include "lists/word_units.h"
 
 namespace {
 
@@ -89,19 +90,7 @@ int Communication_Protocol::get_plc_reg(int area) {
 }
 
 void Communication_Protocol::update_rw_var(RW_VAR* var) {
-    if (var == nullptr) {
-        return;
-    }
-    const bool bitOfWord = var->area == kBitOfWordArea;
-    if (!isBitArea(var->area) && !bitOfWord) {
-        return;
-    }
-    const int firstBit = var->address;
-    const int bitCount = var->count;
-    // The word that holds the first bit, and the number of words covering all the bits.
-    var->address = firstBit >> 4;
-    var->count = wrapAdd(wrapAdd(firstBit & 15, bitCount), 15) >> 4;
-    if (bitOfWord) {
-        var->area = kBitOfWordHostArea;
+    if (var != nullptr) {
+        toWordUnits(var->area, var->address, var->count);
     }
 }
