@@ -48,7 +48,15 @@ void exchangePanel(benchmark::State& state) {
     runExchange(state, bench::ExchangeCase::panel(static_cast<int>(state.range(0))));
     state.counters["blocks"] = PLC_driver.readList.size();
 }
-BENCHMARK(exchangePanel)->Name("exchange/panel")->RangeMultiplier(10)->Range(100, 100000);
+BENCHMARK(exchangePanel)
+    ->Name("exchange/panel")
+    ->Arg(100)
+    ->Arg(300)
+    ->Arg(1000)
+    ->Arg(3000)
+    ->Arg(10000)
+    ->Arg(30000)
+    ->Arg(100000);
 
 // Polls cyclic reads of 100 words, as fast as it can, until told to stop.
 class BackgroundPoller {

@@ -12,6 +12,7 @@ namespace {
 
 constexpr int kBitOfWordArea = 29;
 constexpr int kRemotePort = 2;
+constexpr std::size_t kSettlingRounds = 3;
 
 // Every station panelVariables() uses answers.
 plcsim::PlcModel& plc() {
@@ -119,6 +120,10 @@ ExchangeCase ExchangeCase::panel(int tags) {
     for (int i = PLC_driver.readList.size(); i > 0; --i) {
         c.round_.push_back(replyTo(ComCommunication()));
         DataCom(&c.round_.back(), c.round_.back().size());
+    }
+    // A few more rounds, until the list's storage has settled to its size as it goes round.
+    for (std::size_t i = 0; i < kSettlingRounds * c.round_.size(); ++i) {
+        c.once();
     }
     return c;
 }

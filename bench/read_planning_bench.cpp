@@ -17,6 +17,15 @@ void BM_ReadListRebuild(benchmark::State& state) {
     SetComInfo(nullptr);
 }
 
-BENCHMARK(BM_ReadListRebuild)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadListRebuild)
+    ->Name("plan")
+    ->Arg(100)
+    ->Arg(300)
+    ->Arg(1000)
+    ->Arg(3000)
+    ->Arg(10000)
+    ->Arg(30000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
