@@ -4,9 +4,11 @@
 #   peer   a libmodbus master reading 2 holding registers from a libmodbus slave
 #   floor  a master writing a fixed 10-byte request and reading a fixed 9-byte reply, against a
 #          responder that answers without looking (no protocol on either side)
-# Each round runs every pair for SECONDS; rates are exchanges per second, ratios are taken
-# within a round (the machine's load changes between rounds) and the median of the rounds is
-# reported. Then each master runs EXCHANGES exchanges under callgrind.
+# Each round runs every pair for SECONDS, first with the processes placed by the kernel, then
+# with both processes of a pair on one CPU (taskset), where they differ only by their own work
+# and not by where the scheduler puts them. Rates are exchanges per second; ratios are taken
+# within a round (the load of a shared machine changes between rounds) and the median of the
+# rounds is reported. Then each master runs EXCHANGES exchanges under callgrind.
 #
 #   bench/wire_compare.sh BUILD_DIR WORK_DIR ROUNDS SECONDS EXCHANGES   prints "key value" lines
 set -euo pipefail
@@ -34,7 +36,7 @@ trap stop_responder EXIT
 start_responder() {
     local announced=$work/responder.out
     rm -f "$announced"
-    "$@" >"$announced" 2>"$work/responder.err" &
+    "${pin[@]}" "$@" >"$announced" 2>"$work/responder.err" &
     responder_pid=$!
     for _ in $(seq 100); do
         [[ -s $announced ]] && break
@@ -49,16 +51,19 @@ rate() {
     case $pair in
         ours)
             start_responder "$build/korvan_plc_sim" --pty
-            "$build/korvan_ref_host" --device "$device" --seconds "$seconds" "$variable" \
-                2>&1 >/dev/null | awk -v s="$seconds" '/^statistics:/ {printf "%.0f\n", $2 / s}'
+            "${pin[@]}" "$build/korvan_ref_host" --device "$device" --seconds "$seconds" \
+                "$variable" 2>&1 >/dev/null |
+                awk -v s="$seconds" '/^statistics:/ {printf "%.0f\n", $2 / s}'
             ;;
         peer)
             start_responder "$wire/korvan_modbus_slave"
-            "$wire/korvan_modbus_master" "$device" "seconds=$seconds" | awk '{print $6}'
+            "${pin[@]}" "$wire/korvan_modbus_master" "$device" "seconds=$seconds" |
+                awk '{print $6}'
             ;;
         floor)
             start_responder "$wire/korvan_canned_responder"
-            "$wire/korvan_canned_master" "$device" "seconds=$seconds" | awk '{print $6}'
+            "${pin[@]}" "$wire/korvan_canned_master" "$device" "seconds=$seconds" |
+                awk '{print $6}'
             ;;
     esac
     stop_responder
@@ -68,20 +73,36 @@ median() {
     sort -g | awk '{v[NR] = $1} END {print NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2}'
 }
 
-: >"$work/rounds"
-for round in $(seq "$rounds"); do
-    floor=$(rate floor)
-    peer=$(rate peer)
-    ours=$(rate ours)
-    echo "$round $ours $peer $floor" >>"$work/rounds"
-done
-for column in 2:ours 3:peer 4:floor; do
-    echo "wire.${column#*:}.rate $(cut -d' ' -f"${column%%:*}" "$work/rounds" | median)"
-    echo "wire.${column#*:}.rate_min $(cut -d' ' -f"${column%%:*}" "$work/rounds" | sort -g | head -1)"
-    echo "wire.${column#*:}.rate_max $(cut -d' ' -f"${column%%:*}" "$work/rounds" | sort -g | tail -1)"
-done
-echo "wire.ours_per_peer $(awk '{print $2 / $3}' "$work/rounds" | median)"
-echo "wire.ours_per_floor $(awk '{print $2 / $4}' "$work/rounds" | median)"
+# Rounds with the processes placed as `pin` says; the figures' keys end in `suffix`.
+compare() {
+    local suffix=$1 rounds_file=$work/rounds$1
+    : >"$rounds_file"
+    for round in $(seq "$rounds"); do
+        # Each pair goes first in turn, so that none always follows the same one.
+        declare -A got=()
+        local order=(ours peer floor)
+        for i in 0 1 2; do
+            local pair=${order[$(((round + i) % 3))]}
+            got[$pair]=$(rate "$pair")
+        done
+        echo "$round ${got[ours]} ${got[peer]} ${got[floor]}" >>"$rounds_file"
+    done
+    for column in 2:ours 3:peer 4:floor; do
+        local values
+        values=$(cut -d' ' -f"${column%%:*}" "$rounds_file")
+        echo "wire.${column#*:}.rate$suffix $(median <<<"$values")"
+        echo "wire.${column#*:}.rate_min$suffix $(sort -g <<<"$values" | head -1)"
+        echo "wire.${column#*:}.rate_max$suffix $(sort -g <<<"$values" | tail -1)"
+    done
+    echo "wire.ours_per_peer$suffix $(awk '{print $2 / $3}' "$rounds_file" | median)"
+    echo "wire.ours_per_floor$suffix $(awk '{print $2 / $4}' "$rounds_file" | median)"
+}
+
+pin=()
+compare ""
+pin=(taskset -c "$(($(nproc) - 1))")
+compare _one_cpu
+pin=()
 echo "wire.rounds $rounds"
 echo "wire.seconds $seconds"
 
