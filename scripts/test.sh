@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what the build needs (Debian packages), then builds and runs every test:
-#   1. the normal build, warnings as errors;
+#   1. the normal build, warnings as errors, and a smoke run of the benchmarks;
 #   2. the same suite under AddressSanitizer and UndefinedBehaviorSanitizer;
 #   3. the concurrency tests under ThreadSanitizer;
 #   4. a short run of every fuzz target.
@@ -26,6 +26,11 @@ run_suite() {
 }
 
 run_suite default -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+# Every benchmark once and briefly, in the tree just built: the whole measuring chain must run.
+# The full set is bench/run.sh, by hand.
+echo "== bench: smoke"
+bench/run.sh --smoke build/default
 
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
     run_suite asan-ubsan -DCMAKE_BUILD_TYPE=Debug -DKORVAN_BUILD_BENCH=OFF \
