@@ -39,10 +39,11 @@ t0 = STATS_max
 plot "$data" using 1:2 with linespoints pt 7 title "rebuild time", \
      t0 * (x * log(x)) / (n0 * log(n0)) with lines dt 2 title "n log n"
 
-set title "One cyclic read exchange of the planned list (canned replies)"
+set title "One cyclic read of the planned list (canned replies; denser panels read longer blocks)"
 set ylabel "ns"
 set y2label "instructions"
-set y2tics
+set ytics add (200, 500, 2000, 5000)
+set y2tics add (2000, 3000, 5000)
 set logscale y2
 set ytics nomirror
 plot "$data" using 1:3 with linespoints pt 7 axes x1y1 title "time (ns)", \
