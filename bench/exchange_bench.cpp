@@ -1,10 +1,6 @@
 // The driver's own cost per exchange and per host call, with canned replies: no line, no PLC.
 //
-//   exchange/read/N      one cyclic read of N words: ComCommunication, then DataCom with the
-//                        correct reply, storing N words
-//   exchange/write       one queued word write and its exchange
-//   exchange/bit_in_word one bit-in-word write: read frame, reply, write frame, reply
-//   exchange/remote_read one remote read of 2 words
+//   exchange/...         one exchange of each kind in exchange_cases.h
 //   host/read/N          GetRegisterData of N words; host/write: SetRegisterData of one word
 //   .../polling          the same while another thread polls at full speed
 #include <benchmark/benchmark.h>
@@ -14,127 +10,60 @@
 #include <thread>
 
 #include "driver/Communication_Protocol.h"
-#include "plc_model.h"
+#include "exchange_cases.h"
 
 namespace {
 
-constexpr int kWordArea = 14;
+using bench::kWordArea;
 
-ComInfo port;
-
-void resetDriver() {
-    Communication_Protocol& d = PLC_driver;
-    d.readList.clear();
-    d.writeList.clear();
-    d.onceReadList.clear();
-    d.requestQueue.clear();
-    d.registerCache.clear();
-    d.commFailed = 0;
-    port = ComInfo();
-    port.maxUnits = 100;
-    port.defaultStation = 1;
-    port.retryLimit = 3;
-    port.portId = 1;
-    port.writeMode = 2;
-    SetComInfo(&port);
-    RegistCallBackFuncIntf([](int, int, int, int) { return 0; },
-                           [](QList<RW_VAR>*, int, int) { return 0; });
-}
-
-RW_VAR variable(int area, int address, int count, int port = 1) {
-    RW_VAR v;
-    v.port = port;
-    v.station = 1;
-    v.area = area;
-    v.address = address;
-    v.count = count;
-    return v;
-}
-
-// The PLC's reply to the frame the driver offers now, computed once, outside the timing.
-QByteArray replyTo(plcsim::PlcModel& plc, const Protocol* request) {
-    const plcsim::Reply r = plc.handle(plcsim::Bytes(request->frame.begin(), request->frame.end()));
-    return QByteArray(reinterpret_cast<const char*>(r.bytes.data()),
-                      static_cast<int>(r.bytes.size()));
-}
-
-plcsim::PlcModel& plc() {
-    static plcsim::PlcModel model({1});
-    return model;
+void runExchange(benchmark::State& state, bench::ExchangeCase exchange) {
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(exchange.once());
+    }
 }
 
 void exchangeRead(benchmark::State& state) {
-    resetDriver();
-    const int words = static_cast<int>(state.range(0));
-    PLC_driver.readList.append(variable(kWordArea, 100, words));
-    QByteArray reply = replyTo(plc(), ComCommunication());
-    PLC_driver.requestQueue.clear();
-    for (auto _ : state) {
-        ComCommunication();
-        benchmark::DoNotOptimize(DataCom(&reply, reply.size()));
-    }
-    state.counters["words"] = words;
+    runExchange(state, bench::ExchangeCase::read(static_cast<int>(state.range(0))));
+    state.counters["words"] = static_cast<double>(state.range(0));
 }
 BENCHMARK(exchangeRead)->Name("exchange/read")->Arg(2)->Arg(50)->Arg(100);
 
 void exchangeWrite(benchmark::State& state) {
-    resetDriver();
-    RW_VAR write = variable(kWordArea, 100, 1);
-    write.direction = 1;
-    write.data = QByteArray("\x34\x12", 2);
-    PLC_driver.writeList.append(write);
-    QByteArray ack = replyTo(plc(), ComCommunication());
-    PLC_driver.requestQueue.clear();
-    PLC_driver.writeList.clear();
-    for (auto _ : state) {
-        AddListWriteVar(&write);
-        ComCommunication();
-        benchmark::DoNotOptimize(DataCom(&ack, ack.size()));
-        PLC_driver.writeBurst = 0;
-    }
+    runExchange(state, bench::ExchangeCase::write());
 }
 BENCHMARK(exchangeWrite)->Name("exchange/write");
 
 void exchangeBitInWord(benchmark::State& state) {
-    resetDriver();
-    RW_VAR write = variable(29, 163, 1);
-    write.direction = 1;
-    write.data = QByteArray(1, '\1');
-    PLC_driver.writeList.append(write);
-    QByteArray wordReply = replyTo(plc(), ComCommunication());
-    DataCom(&wordReply, wordReply.size());
-    QByteArray ack = replyTo(plc(), ComCommunication());
-    DataCom(&ack, ack.size());
-    for (auto _ : state) {
-        AddListWriteVar(&write);
-        ComCommunication();
-        DataCom(&wordReply, wordReply.size());
-        ComCommunication();
-        benchmark::DoNotOptimize(DataCom(&ack, ack.size()));
-        PLC_driver.writeBurst = 0;
-    }
+    runExchange(state, bench::ExchangeCase::bitInWord());
 }
 BENCHMARK(exchangeBitInWord)->Name("exchange/bit_in_word");
 
 void exchangeRemoteRead(benchmark::State& state) {
-    resetDriver();
-    port.remoteMode = 1;
-    PLC_driver.readList.append(variable(kWordArea, 100, 2, 2));
-    QByteArray reply = replyTo(plc(), ComCommunication());
-    PLC_driver.requestQueue.clear();
-    for (auto _ : state) {
-        ComCommunication();
-        benchmark::DoNotOptimize(DataCom(&reply, reply.size()));
-    }
+    runExchange(state, bench::ExchangeCase::remoteRead());
 }
 BENCHMARK(exchangeRemoteRead)->Name("exchange/remote_read");
+
+// One cyclic read of a panel's planned list, against the number of the panel's variables.
+void exchangePanel(benchmark::State& state) {
+    runExchange(state, bench::ExchangeCase::panel(static_cast<int>(state.range(0))));
+    state.counters["blocks"] = PLC_driver.readList.size();
+}
+BENCHMARK(exchangePanel)
+    ->Name("exchange/panel")
+    ->Arg(100)
+    ->Arg(300)
+    ->Arg(1000)
+    ->Arg(3000)
+    ->Arg(10000)
+    ->Arg(30000)
+    ->Arg(100000);
 
 // Polls cyclic reads of 100 words, as fast as it can, until told to stop.
 class BackgroundPoller {
 public:
     BackgroundPoller() {
-        PLC_driver.readList.append(variable(kWordArea, 0, 100));
-        reply_ = replyTo(plc(), ComCommunication());
+        PLC_driver.readList.append(bench::variable(kWordArea, 0, 100));
+        reply_ = bench::replyTo(ComCommunication());
         thread_ = std::thread([this] {
             while (!stop_.load(std::memory_order_relaxed)) {
                 if (ComCommunication() != nullptr) {
@@ -155,7 +84,7 @@ private:
 };
 
 void hostRead(benchmark::State& state) {
-    resetDriver();
+    bench::resetDriver();
     for (int i = 0; i < 200; ++i) {
         PLC_driver.registerCache.insert((1ull << 56) | (14ull << 48) | quint64(i), quint16(i));
     }
@@ -179,8 +108,8 @@ BENCHMARK(hostRead)
     ->Args({100, 1});
 
 void hostWrite(benchmark::State& state) {
-    resetDriver();
-    port.writeMode = 0;  // image only: the write list would fill up
+    bench::resetDriver();
+    bench::benchPort().writeMode = 0;  // image only: the write list would fill up
     std::unique_ptr<BackgroundPoller> poller;
     if (state.range(0) != 0) {
         poller = std::make_unique<BackgroundPoller>();

@@ -5,6 +5,7 @@
 #include "codec/area_codes.h"
 #include "codec/frames.h"
 #include "codec/function_codes.h"
+#include "codec/request_queue.h"
 #include "driver/Communication_Protocol.h"
 #include "driver/areas.h"
 #include "driver/wrapping.h"
@@ -37,17 +38,8 @@ void read_register(const RW_VAR& var) {
     f[8] = static_cast<unsigned char>(crc);
     f[9] = static_cast<unsigned char>(crc >> 8);
 
-    Protocol request;
-    request.frame = QByteArray(reinterpret_cast<const char*>(f), kReadFrameLength);
-    request.sendLength = kReadFrameLength;
-    request.dataLength = wrapMul(var.count, 2);
-    request.replyLength = wrapAdd(request.dataLength, kReplyOverhead);
-    request.dataOffset = kReplyHeaderLength;
-    request.var = var;
-    PLC_driver.requestQueue.append(request);
-
-    if (PLC_driver.comInfo != nullptr) {
-        PLC_driver.comInfo->framesInExchange = 1;
-        PLC_driver.comInfo->framesAnswered = 0;
-    }
+    const int dataLength = wrapMul(var.count, 2);
+    queueRequest(f, kReadFrameLength, wrapAdd(dataLength, kReplyOverhead), kReplyHeaderLength,
+                 dataLength, var);
+    beginExchange(1);
 }

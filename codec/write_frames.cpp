@@ -75,10 +75,6 @@ void putWriteHeader(unsigned char* f, const RW_VAR& var, unsigned char function,
     f[8] = static_cast<unsigned char>(payloadLength);
 }
 
-QByteArray frameBufBytes(int length) {
-    return QByteArray(reinterpret_cast<const char*>(PLC_driver.frameBuf), length);
-}
-
 // A record too long for any local frame never reaches the wire. Its request sends nothing and
 // still waits for a write reply, station 0 included, so the exchange fails through the usual
 // retries and the host is told the write failed.
@@ -118,7 +114,7 @@ void write_analog(const RW_VAR& var) {
     f[crcAt] = static_cast<unsigned char>(crc);
     f[crcAt + 1] = static_cast<unsigned char>(crc >> 8);
 
-    queueRequest(frameBufBytes(crcAt + kCrcLength), writeReplyLength(var), 0, 0, var);
+    queueRequest(f, crcAt + kCrcLength, writeReplyLength(var), 0, 0, var);
     beginExchange(1);
 }
 
@@ -143,7 +139,7 @@ void write_analog_bit(const RW_VAR& var) {
     RW_VAR writeRecord = var;
     writeRecord.direction = kWriteRequest;
     writeRecord.mark = kNoMark;
-    queueRequest(frameBufBytes(kBitWordWriteFrameLength), kWriteReplyLength, 0, 0, writeRecord);
+    queueRequest(f, kBitWordWriteFrameLength, kWriteReplyLength, 0, 0, writeRecord);
     beginExchange(2);
 }
 

@@ -10,6 +10,18 @@ void* LB = nullptr;
 void* LW = nullptr;
 void* RWI = nullptr;
 
+namespace {
+
+// Texts already shared (the same list entry served again) are left alone: assigning them costs
+// two atomic reference count changes each.
+void share(QString& to, const QString& from) {
+    if (!to.isSharedWith(from)) {
+        to = from;
+    }
+}
+
+}  // namespace
+
 void passRetValue(const RW_VAR& from, RW_VAR& to) {
     to.ownerId = from.ownerId;
     to.itemId = from.itemId;
@@ -17,13 +29,15 @@ void passRetValue(const RW_VAR& from, RW_VAR& to) {
     to.remoteMode = from.remoteMode;
     to.port = from.port;
     to.result = from.result;
-    to.nameText = from.nameText;
-    to.addressText = from.addressText;
+    share(to.nameText, from.nameText);
+    share(to.addressText, from.addressText);
     to.area = from.area;
     to.address = from.address;
     to.station = from.station;
     to.count = from.count;
     to.mark = from.mark;
     to.extra = from.extra;
-    to.data.clear();
+    if (!to.data.isNull()) {
+        to.data.clear();
+    }
 }

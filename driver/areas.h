@@ -24,5 +24,9 @@ constexpr bool isWordArea(int area) {
 constexpr bool isOctalArea(int area) {
     return area >= kFirstOctalArea && area <= kLastOctalArea;
 }
+// Area under which data of `area` live in the register image: 14 for areas 14 and 29.
+constexpr int imageArea(int area) {
+    return area == kBitOfWordArea ? kBitOfWordHostArea : area;
+}
 
 #endif

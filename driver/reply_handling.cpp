@@ -7,8 +7,10 @@
 // the same host variable are purged.
 //
 // Callbacks run on the polling thread with listMutex held.
+#include "codec/request_queue.h"
 #include "driver/Communication_Protocol.h"
 #include "driver/comm_failed.h"
+#include "driver/list_rotation.h"
 #include "driver/mutex_lock.h"
 #include "driver/polling.h"
 
@@ -77,9 +79,7 @@ void complete(const ComInfo& info, bool local, bool failed) {
     }
     if (d.currentSource == kSourceReadList) {
         passRetValue(list->first(), d.retVar);
-        if (list->size() > 1) {
-            list->move(0, list->size() - 1);
-        }
+        rotateFirstToEnd(*list);
         return;
     }
     // Once-reads are reported on the local path only.
@@ -139,7 +139,7 @@ RW_VAR* DataCom(QByteArray* reply, int length) {
     if (good) {
         setCommFailed(false);
         ++info->framesAnswered;
-        d.requestQueue.removeFirst();
+        finishHeadRequest();
         if (info->framesAnswered < info->framesInExchange) {
             return finish(code);  // the next frame of the exchange is the new head
         }

@@ -7,6 +7,7 @@
 // until DataCom completes the exchange.
 #include "codec/frames.h"
 #include "driver/Communication_Protocol.h"
+#include "driver/list_rotation.h"
 #include "driver/mutex_lock.h"
 
 namespace {
@@ -47,18 +48,20 @@ void startCyclicRead(bool remote) {
             (remote ? Remote_ReadVar : read_register)(entry);
             return;
         }
-        list.move(0, list.size() - 1);
+        rotateFirstToEnd(list);
     }
 }
 
 void startNextExchange(const ComInfo& info) {
     Communication_Protocol& d = PLC_driver;
     const bool remote = info.remoteMode != 0;
-    if (d.writeBurst < kBurstLimit && startFromQueue(d.writeList, kSourceWriteList, d.writeBurst,
-                                                     remote, write_register, Remote_WriteVar)) {
+    // The emptiness checks come first: most exchanges are cyclic reads with nothing else queued.
+    if (!d.writeList.isEmpty() && d.writeBurst < kBurstLimit &&
+        startFromQueue(d.writeList, kSourceWriteList, d.writeBurst, remote, write_register,
+                       Remote_WriteVar)) {
         return;
     }
-    if (d.onceBurst < kBurstLimit &&
+    if (!d.onceReadList.isEmpty() && d.onceBurst < kBurstLimit &&
         startFromQueue(d.onceReadList, kSourceOnceReadList, d.onceBurst, remote, read_register,
                        Remote_ReadVar)) {
         return;

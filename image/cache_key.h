@@ -12,6 +12,7 @@
 #include <QtCore/QtGlobal>
 
 #include "driver/Communication_Protocol.h"
+#include "driver/areas.h"
 
 constexpr int kCacheStationShift = 56;
 constexpr int kCacheAreaShift = 48;
@@ -20,7 +21,7 @@ constexpr int kBitNumberMask = 15;
 constexpr int kWordOfBitShift = 4;
 
 inline quint64 cacheKeyBase(int station, int area) {
-    const quint64 cacheArea = static_cast<quint64>(PLC_driver.get_plc_reg(area));
+    const quint64 cacheArea = static_cast<quint64>(imageArea(area));
     return (static_cast<quint64>(station) & kCacheFieldMask) << kCacheStationShift |
            (cacheArea & kCacheFieldMask) << kCacheAreaShift;
 }

@@ -30,18 +30,23 @@ void SaveToLocalDataErea(QByteArray* reply) {
     if (request.dataOffset < 0 || request.dataLength <= 0) {
         return;
     }
-    const int area = PLC_driver.get_plc_reg(request.var.area);
-    const bool bits = static_cast<unsigned int>(area) <= static_cast<unsigned int>(kLastBitArea);
+    const int area = imageArea(request.var.area);
     // Reply handling has matched the reply's length to the request; a shorter reply would still
     // store only the whole words it holds.
     const qint64 end = qMin(static_cast<qint64>(request.dataOffset) + request.dataLength,
                             static_cast<qint64>(reply->size()));
+    const auto* bytes = reinterpret_cast<const unsigned char*>(reply->constData());
+    QHash<quint64, quint16>& cache = PLC_driver.registerCache;
     quint64 key = cacheKey(cacheKeyBase(request.var.station, area), request.var.address);
-    for (qint64 at = request.dataOffset; at + kBytesPerWord <= end; at += kBytesPerWord, ++key) {
-        const unsigned int first = byteAt(*reply, static_cast<int>(at));
-        const unsigned int second = byteAt(*reply, static_cast<int>(at) + 1);
-        const unsigned int word = bits ? (first | second << 8) : (first << 8 | second);
-        PLC_driver.registerCache.insert(key, static_cast<quint16>(word));
+    qint64 at = request.dataOffset;
+    if (static_cast<unsigned int>(area) <= static_cast<unsigned int>(kLastBitArea)) {
+        for (; at + kBytesPerWord <= end; at += kBytesPerWord, ++key) {
+            cache.insert(key, static_cast<quint16>(bytes[at] | bytes[at + 1] << 8));
+        }
+    } else {
+        for (; at + kBytesPerWord <= end; at += kBytesPerWord, ++key) {
+            cache.insert(key, static_cast<quint16>(bytes[at] << 8 | bytes[at + 1]));
+        }
     }
 }
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what the build needs (Debian packages), then builds and runs every test:
 #   1. the normal build, warnings as errors, with the export-list and install tests; then its
-#      Debian package;
+#      Debian package, and a smoke run of the benchmarks;
 #   2. the same suite under AddressSanitizer and UndefinedBehaviorSanitizer;
 #   3. the concurrency tests under ThreadSanitizer;
 #   4. the panel's build: armhf, cross-compiled, every test under qemu (scripts/cross-test.sh),
@@ -31,6 +31,11 @@ run_suite() {
 
 run_suite default -DCMAKE_BUILD_TYPE=RelWithDebInfo
 make_package build/default
+
+# Every benchmark once and briefly, in the tree just built: the whole measuring chain must run.
+# The full set is bench/run.sh, by hand.
+echo "== bench: smoke"
+bench/run.sh --smoke build/default
 
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
     run_suite asan-ubsan -DCMAKE_BUILD_TYPE=Debug -DKORVAN_BUILD_BENCH=OFF \

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -16,26 +17,53 @@ constexpr std::size_t kChunk = 512;
 
 using Clock = std::chrono::steady_clock;
 
+constexpr ssize_t kEndOfFile = -1;
+
+LinkClosed closedByPeer() {
+    return LinkClosed("the other end closed the connection");
+}
+
+// One read into `into`: the number of bytes, 0 when none is waiting, kEndOfFile at end of file.
+// Throws LinkClosed on a read error.
+ssize_t readChunk(int fd, std::uint8_t* into, std::size_t limit) {
+    const ssize_t n = ::read(fd, into, limit);
+    if (n > 0) {
+        return n;
+    }
+    if (n < 0 && (errno == EAGAIN || errno == EINTR)) {
+        return 0;
+    }
+    if (n == 0) {
+        return kEndOfFile;
+    }
+    throw LinkClosed(std::string("read failed: ") + std::strerror(errno));
+}
+
 }  // namespace
+
+std::size_t readOnce(int fd, Bytes& out, std::size_t limit) {
+    std::uint8_t chunk[kChunk];
+    const ssize_t n = readChunk(fd, chunk, std::min(limit, sizeof chunk));
+    if (n == kEndOfFile) {
+        throw closedByPeer();
+    }
+    out.insert(out.end(), chunk, chunk + n);
+    return static_cast<std::size_t>(n);
+}
 
 std::size_t readAvailable(int fd, Bytes& out) {
     std::size_t total = 0;
     std::uint8_t chunk[kChunk];
     for (;;) {
-        const ssize_t n = ::read(fd, chunk, sizeof chunk);
+        const ssize_t n = readChunk(fd, chunk, sizeof chunk);
         if (n > 0) {
             out.insert(out.end(), chunk, chunk + n);
             total += static_cast<std::size_t>(n);
-            continue;
-        }
-        if (n < 0 && (errno == EAGAIN || errno == EINTR)) {
+        } else if (n == 0 || total != 0) {
             return total;
+        } else {
+            throw closedByPeer();
         }
-        if (n == 0 && total != 0) {
-            return total;
-        }
-        throw LinkClosed(n == 0 ? std::string("the other end closed the connection")
-                                : std::string("read failed: ") + std::strerror(errno));
     }
 }
 
@@ -69,10 +97,9 @@ Bytes readFor(int fd, std::size_t length, int timeoutMs) {
             break;
         }
         if (ready > 0) {
-            Bytes chunk;
-            readAvailable(fd, chunk);
-            const std::size_t take = std::min(chunk.size(), length - got.size());
-            got.insert(got.end(), chunk.begin(), chunk.begin() + take);
+            // Only what the reply still lacks: anything after it stays for the next discard,
+            // and the read that would find the line empty is saved.
+            readOnce(fd, got, length - got.size());
         }
     }
     return got;

@@ -18,13 +18,16 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Appends up to `limit` waiting bytes to `out` with one read; returns how many (0: none was
+// waiting). Throws LinkClosed on end of file or a read error.
+std::size_t readOnce(int fd, Bytes& out, std::size_t limit);
 // Appends whatever is waiting to `out`; returns the number of bytes read. Throws LinkClosed on
-// end of file or a read error.
+// end of file or a read error before any byte.
 std::size_t readAvailable(int fd, Bytes& out);
 // Writes everything, waiting for room as needed. Throws LinkClosed.
 void writeAll(int fd, const std::uint8_t* data, std::size_t length);
 // Reads until `length` bytes are in or `timeoutMs` has passed; returns what came. Bytes beyond
-// `length` are dropped: they cannot belong to this reply. A signal ends the wait early.
+// `length` are left unread: they cannot belong to this reply. A signal ends the wait early.
 Bytes readFor(int fd, std::size_t length, int timeoutMs);
 // Drops whatever is waiting to be read: late answers to earlier requests.
 void discardInput(int fd);

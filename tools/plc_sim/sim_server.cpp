@@ -17,6 +17,7 @@ namespace {
 
 constexpr auto kCounterPeriod = std::chrono::milliseconds(100);
 constexpr auto kCheckStopEvery = std::chrono::milliseconds(200);
+constexpr std::size_t kReadChunk = 512;
 
 std::string hex(const Bytes& b) {
     return tools::hexBytes(b.data(), b.size());
@@ -78,7 +79,9 @@ bool SimServer::wait(int fd, bool listening) {
 bool SimServer::receive(int fd) {
     tools::Bytes bytes;
     try {
-        tools::readAvailable(fd, bytes);
+        // One read per wake-up: what it leaves wakes poll() again at once, and the read that
+        // would only find the line empty is saved.
+        tools::readOnce(fd, bytes, kReadChunk);
     } catch (const tools::LinkClosed&) {
         return false;
     }

@@ -119,10 +119,15 @@ void Report::start(const std::string& link) {
     }
 }
 
+bool Report::showsScan() const {
+    return format_ != Format::Table ||
+           (terminal_ && std::chrono::steady_clock::now() - lastDraw_ >= kRedrawEvery);
+}
+
 void Report::scan(long number, long elapsedMs, const std::vector<VariableValues>& rows) {
     switch (format_) {
         case Format::Table:
-            if (terminal_ && std::chrono::steady_clock::now() - lastDraw_ >= kRedrawEvery) {
+            if (showsScan()) {
                 drawTable(rows);
             }
             break;

@@ -18,6 +18,9 @@ public:
     Report(Format format, bool terminal);
 
     void start(const std::string& link);
+    // Whether scan() would show the rows of a scan ending now; reading them from the driver
+    // can then be skipped (a table that is not on a terminal, or was redrawn lately).
+    bool showsScan() const;
     void scan(long number, long elapsedMs, const std::vector<VariableValues>& rows);
     void writeResult(const std::string& write, bool done);
     // The last values (the table, where it was not shown live) and the statistics.

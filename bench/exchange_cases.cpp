@@ -1,0 +1,183 @@
+#include "exchange_cases.h"
+
+#include <stdexcept>
+
+#include "driver/Communication_Protocol.h"
+#include "panel_variables.h"
+#include "plc_model.h"
+
+namespace bench {
+
+namespace {
+
+constexpr int kBitOfWordArea = 29;
+constexpr int kRemotePort = 2;
+constexpr std::size_t kSettlingRounds = 3;
+
+// Every station panelVariables() uses answers.
+plcsim::PlcModel& plc() {
+    static plcsim::PlcModel model({1, 2, 3, 4, 5, 6, 7, 8});
+    return model;
+}
+
+}  // namespace
+
+QByteArray replyTo(const Protocol* request) {
+    const plcsim::Reply r =
+        plc().handle(plcsim::Bytes(request->frame.begin(), request->frame.end()));
+    return QByteArray(reinterpret_cast<const char*>(r.bytes.data()),
+                      static_cast<int>(r.bytes.size()));
+}
+
+ComInfo& benchPort() {
+    static ComInfo port;
+    return port;
+}
+
+void resetDriver() {
+    Communication_Protocol& d = PLC_driver;
+    d.readList.clear();
+    d.writeList.clear();
+    d.onceReadList.clear();
+    d.requestQueue.clear();
+    d.registerCache.clear();
+    d.commFailed = 0;
+    ComInfo& port = benchPort();
+    port = ComInfo();
+    port.maxUnits = 100;
+    port.defaultStation = 1;
+    port.retryLimit = 3;
+    port.portId = 1;
+    port.writeMode = 2;
+    SetComInfo(&port);
+    RegistCallBackFuncIntf([](int, int, int, int) { return 0; },
+                           [](QList<RW_VAR>*, int, int) { return 0; });
+}
+
+RW_VAR variable(int area, int address, int count, int port) {
+    RW_VAR v;
+    v.port = port;
+    v.station = 1;
+    v.area = area;
+    v.address = address;
+    v.count = count;
+    return v;
+}
+
+ExchangeCase ExchangeCase::read(int words) {
+    resetDriver();
+    ExchangeCase c(Kind::Read);
+    PLC_driver.readList.append(variable(kWordArea, 100, words));
+    c.first_ = replyTo(ComCommunication());
+    PLC_driver.requestQueue.clear();
+    return c;
+}
+
+ExchangeCase ExchangeCase::write() {
+    resetDriver();
+    ExchangeCase c(Kind::Write);
+    c.record_ = variable(kWordArea, 100, 1);
+    c.record_.direction = 1;
+    c.record_.data = QByteArray("\x34\x12", 2);
+    PLC_driver.writeList.append(c.record_);
+    c.first_ = replyTo(ComCommunication());
+    PLC_driver.requestQueue.clear();
+    PLC_driver.writeList.clear();
+    return c;
+}
+
+ExchangeCase ExchangeCase::bitInWord() {
+    resetDriver();
+    ExchangeCase c(Kind::BitInWord);
+    c.record_ = variable(kBitOfWordArea, 163, 1);
+    c.record_.direction = 1;
+    c.record_.data = QByteArray(1, '\1');
+    PLC_driver.writeList.append(c.record_);
+    c.first_ = replyTo(ComCommunication());
+    DataCom(&c.first_, c.first_.size());
+    c.second_ = replyTo(ComCommunication());
+    DataCom(&c.second_, c.second_.size());
+    return c;
+}
+
+ExchangeCase ExchangeCase::remoteRead() {
+    resetDriver();
+    ExchangeCase c(Kind::Read);
+    benchPort().remoteMode = 1;
+    PLC_driver.readList.append(variable(kWordArea, 100, 2, kRemotePort));
+    c.first_ = replyTo(ComCommunication());
+    PLC_driver.requestQueue.clear();
+    return c;
+}
+
+ExchangeCase ExchangeCase::panel(int tags) {
+    resetDriver();
+    ExchangeCase c(Kind::Panel);
+    static ComInfo planningPort;
+    usePlanningPort(planningPort);
+    QList<HOSTVAR> variables = panelVariables(tags);
+    ReCreatReadVarList(&variables);
+    for (int i = PLC_driver.readList.size(); i > 0; --i) {
+        c.round_.push_back(replyTo(ComCommunication()));
+        DataCom(&c.round_.back(), c.round_.back().size());
+    }
+    // A few more rounds, until the list's storage has settled to its size as it goes round.
+    for (std::size_t i = 0; i < kSettlingRounds * c.round_.size(); ++i) {
+        c.once();
+    }
+    return c;
+}
+
+ExchangeCase ExchangeCase::named(const std::string& name) {
+    const std::string readPrefix = "read/";
+    if (name.compare(0, readPrefix.size(), readPrefix) == 0) {
+        return read(std::stoi(name.substr(readPrefix.size())));
+    }
+    if (name == "write") {
+        return write();
+    }
+    if (name == "bit_in_word") {
+        return bitInWord();
+    }
+    if (name == "remote_read") {
+        return remoteRead();
+    }
+    const std::string panelPrefix = "panel/";
+    if (name.compare(0, panelPrefix.size(), panelPrefix) == 0) {
+        return panel(std::stoi(name.substr(panelPrefix.size())));
+    }
+    throw std::invalid_argument("no exchange named " + name);
+}
+
+RW_VAR* ExchangeCase::once() {
+    switch (kind_) {
+        case Kind::Read:
+            ComCommunication();
+            return DataCom(&first_, first_.size());
+        case Kind::Write: {
+            AddListWriteVar(&record_);
+            ComCommunication();
+            RW_VAR* result = DataCom(&first_, first_.size());
+            PLC_driver.writeBurst = 0;  // the next write starts a burst of its own
+            return result;
+        }
+        case Kind::BitInWord: {
+            AddListWriteVar(&record_);
+            ComCommunication();
+            DataCom(&first_, first_.size());
+            ComCommunication();
+            RW_VAR* result = DataCom(&second_, second_.size());
+            PLC_driver.writeBurst = 0;
+            return result;
+        }
+        case Kind::Panel: {
+            ComCommunication();
+            QByteArray& reply = round_[next_];
+            next_ = next_ + 1 == round_.size() ? 0 : next_ + 1;
+            return DataCom(&reply, reply.size());
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace bench

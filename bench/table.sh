@@ -1,0 +1,117 @@
+#!/usr/bin/env bash
+# Prints the benchmark table (Markdown) from the "key value" figures bench/run.sh collects.
+# Exits non-zero when a figure is missing, so that a broken measurement cannot pass unseen.
+#
+#   bench/table.sh FIGURES SMOKE
+set -euo pipefail
+
+awk -v smoke="$2" '
+function need(key) {
+    if (!(key in v)) {
+        missing = missing " " key
+        return 0
+    }
+    return v[key]
+}
+# Integers with thousands separators; others with the given decimals.
+function num(x, decimals,    s, out) {
+    if (decimals > 0) {
+        return sprintf("%." decimals "f", x)
+    }
+    s = sprintf("%.0f", x)
+    out = ""
+    while (length(s) > 3) {
+        out = "," substr(s, length(s) - 2) out
+        s = substr(s, 1, length(s) - 3)
+    }
+    return s out
+}
+# A figure measured with the processes placed by the kernel, then on one CPU.
+function both(key, decimals) {
+    return num(need(key), decimals) " / " num(need(key "_one_cpu"), decimals)
+}
+function ms(key) { return num(need(key) / 1e6, need(key) < 1e6 ? 2 : 1) }
+function yes(ok) { return ok ? "yes" : "**no**" }
+function row(measure, ours, peer, ratio, target, met) {
+    printf "| %s | %s | %s | %s | %s | %s |\n", measure, ours, peer, ratio, target, met
+}
+function exchange(label, op) {
+    row("exchange: " label, num(need("ir." op)) " instr, " num(need("ns.exchange/" op)) " ns",
+        "", "", "", "")
+}
+
+{ v[$1] = $2 }
+
+END {
+    print "| measure | ours | peer | ratio | target | met |"
+    print "|---|---|---|---|---|---|"
+
+    # Side by side, in one run, on a pseudo-terminal.
+    rounds = need("wire.rounds") " rounds of " need("wire.seconds") " s"
+    ratio = need("wire.ours.driver_instructions") / need("wire.peer.library_instructions")
+    row("2-word read, driver instructions per exchange (ref host over a pty; peer: libmodbus `modbus_read_registers`)",
+        num(need("wire.ours.driver_instructions")), num(need("wire.peer.library_instructions")),
+        num(ratio, 2), "≤ 1.00", yes(ratio <= 1.0))
+    row("2-word read, master-side instructions per exchange, whole loop (no-protocol floor: " \
+            num(need("wire.floor.instructions")) ")",
+        num(need("wire.ours.instructions")), num(need("wire.peer.instructions")),
+        num(need("wire.ours.instructions") / need("wire.peer.instructions"), 2), "", "")
+    # Both placements of the processes: by the kernel / both on one CPU.
+    placed = " (median of " rounds "; processes placed by the kernel / on one CPU)"
+    row("exchanges/s over a pty, ref host + simulator vs libmodbus pair" placed,
+        both("wire.ours.rate", 0), both("wire.peer.rate", 0), both("wire.ours_per_peer", 2), "",
+        "")
+    ratio = need("wire.ours_per_floor")
+    ratio1 = need("wire.ours_per_floor_one_cpu")
+    row("exchanges/s against the no-protocol floor (peer column: floor; ratio: median per round)",
+        both("wire.ours.rate", 0), both("wire.floor.rate", 0), both("wire.ours_per_floor", 2),
+        "≥ 0.90", yes(ratio >= 0.9 && ratio1 >= 0.9))
+
+    # The driver alone, with canned replies.
+    exchange("2-word cyclic read", "read/2")
+    exchange("50-word cyclic read", "read/50")
+    exchange("100-word cyclic read", "read/100")
+    exchange("word write", "write")
+    exchange("bit-in-word write", "bit_in_word")
+    exchange("remote read", "remote_read")
+
+    planned = need("ns.plan/100000")
+    row("plan 1,000 / 10,000 / 100,000 variables", ms("ns.plan/1000") " / " ms("ns.plan/10000") \
+            " / " ms("ns.plan/100000") " ms", "", "", "100,000 < 100 ms", yes(planned < 100e6))
+    growth = planned / need("ns.plan/10000")
+    row("planning growth 10,000 → 100,000 (instructions in brackets)",
+        num(growth, 1) "× (" (smoke ? "not counted" : num(need("ir.plan/100000") / need("ir.plan/10000"), 1) "×") ")", "", "",
+        "≤ 12.5× (n log n)", yes(growth <= 12.5))
+
+    read1 = need("ns.host/read/words:1/polling:0")
+    row("GetRegisterData, 1 word", num(read1) " ns, " num(need("ir.host_read/1")) " instr", "", "",
+        "< 150 ns", yes(read1 < 150))
+    row("GetRegisterData, 100 words; 1 and 100 words while another thread polls",
+        num(need("ns.host/read/words:100/polling:0")) " ns; " \
+            num(need("ns.host/read/words:1/polling:1")) " / " \
+            num(need("ns.host/read/words:100/polling:1")) " ns", "", "", "", "")
+    row("SetRegisterData, 1 word; while another thread polls",
+        num(need("ns.host/write/polling:0")) " ns; " num(need("ns.host/write/polling:1")) " ns",
+        "", "", "", "")
+    bound = need("lat.read_alone_p99") + need("lat.exchange100_p99")
+    waited = need("lat.read_polling_p99")
+    row("1-word host read while 100-word reads are polled: p99 (p99.9, max)",
+        num(waited) " ns (" num(need("lat.read_polling_p99.9")) ", " \
+            num(need("lat.read_polling_max")) ")", "", "",
+        "≤ read alone + one exchange, p99: " num(bound) " ns", yes(waited <= bound))
+
+    words = need("mem.image_words")
+    row("register image, bytes per word (" num(need("mem.variables")) " variables, " num(words) \
+            " words)", num(need("mem.image_word_bytes"), 1), "", "", "≤ 48",
+        yes(need("mem.image_word_bytes") <= 48))
+    row("planned read list, bytes per entry (" num(need("mem.read_entries")) " entries)",
+        num(need("mem.read_entry_bytes"), 1), "", "", "", "")
+
+    if (smoke) {
+        print "\n(smoke run: every measurement ran once and briefly; the figures mean nothing)"
+    }
+    if (missing != "") {
+        print "missing figures:" missing > "/dev/stderr"
+        exit 1
+    }
+}' "$1"

@@ -1,0 +1,79 @@
+// Grouping of one sorted bucket of variables into block reads, for any kind of bucket entry.
+//
+// Neighbouring variables are read together to save exchanges on the line: a block may read
+// through words that nobody asked for, but never more than the block length in one request.
+// An entry needs an `address` and a `count` in words; `recordOf(entry)` gives the RW_VAR a block
+// opened by it starts from. BitVarReCreat groups lists of RW_VAR with it, the read-list rebuild
+// its own compact entries, which become records only when they open a block.
+#ifndef KORVAN_LISTS_BLOCK_GROUPING_H
+#define KORVAN_LISTS_BLOCK_GROUPING_H
+
+#include <QtCore/QList>
+
+#include "driver/Communication_Protocol.h"
+#include "driver/wrapping.h"
+#include "lists/read_planning.h"
+
+// The block length that selects folding by address instead of merging spans.
+constexpr int kSameAddressOnlyLength = 1;
+
+// Grows the last block of `out` to `need` words; whatever exceeds `max` continues in copies of
+// that block at its start + max, + 2 * max, ...
+void growLastBlock(QList<RW_VAR>& out, int need, int max);
+
+// A block length of exactly 1 cannot merge neighbours, so only variables at the same address are
+// folded together, into the longest of them. Nothing is split, and overlapping variables at
+// different addresses stay separate entries.
+template <typename Iterator, typename RecordOf>
+void foldSameAddress(Iterator first, Iterator last, QList<RW_VAR>& out, RecordOf recordOf) {
+    out.append(recordOf(*first));
+    int previousAddress = first->address;
+    for (Iterator it = first + 1; it != last; ++it) {
+        if (it->address != previousAddress) {
+            out.append(recordOf(*it));
+        } else if (it->count > out.last().count) {
+            out.last().count = it->count;
+        }
+        previousAddress = it->address;
+    }
+}
+
+// Greedy forward pass: a variable joins the last block when it starts fewer than `max` words after
+// the block's first word, whatever the gap; otherwise it opens a new block. Variables that ask for
+// no word are skipped, so they can neither open a block nor stretch one.
+template <typename Iterator, typename RecordOf>
+void mergeSpans(Iterator first, Iterator last, int max, QList<RW_VAR>& out, RecordOf recordOf) {
+    bool blockOpen = false;
+    int blockStart = 0;
+    int blockLength = 0;
+    for (Iterator it = first; it != last; ++it) {
+        if (it->count <= 0) {
+            continue;
+        }
+        if (!blockOpen || it->address >= wrapAdd(blockStart, max)) {
+            RW_VAR block = recordOf(*it);
+            WhetherGroup(block.count, max, &block, &out);
+            blockOpen = true;
+        } else {
+            const int end = wrapAdd(it->address, it->count);
+            if (wrapAdd(blockStart, blockLength) < end) {
+                growLastBlock(out, wrapSub(end, blockStart), max);
+            }
+        }
+        blockStart = out.last().address;
+        blockLength = out.last().count;
+    }
+}
+
+// Appends the block reads of the non-empty bucket [first, last), sorted by address.
+template <typename Iterator, typename RecordOf>
+void groupBucket(Iterator first, Iterator last, int max, QList<RW_VAR>& out, RecordOf recordOf) {
+    max = effectiveBlockLength(max);
+    if (max == kSameAddressOnlyLength) {
+        foldSameAddress(first, last, out, recordOf);
+    } else {
+        mergeSpans(first, last, max, out, recordOf);
+    }
+}
+
+#endif
