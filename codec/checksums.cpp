@@ -4,8 +4,6 @@
 // exported set; no frame of this driver uses them.
 //
 // A null buffer counts as an empty one.
-#include <array>
-
 #include "korvan_qa_qb_series_port.h"
 
 namespace {
@@ -13,33 +11,24 @@ namespace {
 constexpr unsigned short kCrcInit = 0xFFFF;
 constexpr unsigned short kCrcPolynomial = 0xA001;
 
-// The CRC of every byte value, shifted through all eight bits: a byte then costs one lookup
-// instead of eight shifts, which made the CRC a third of a short exchange's instructions.
-constexpr std::array<unsigned short, 256> crcTable() {
-    std::array<unsigned short, 256> table{};
-    for (unsigned int value = 0; value < table.size(); ++value) {
-        unsigned int crc = value;
-        for (int bit = 0; bit < 8; ++bit) {
-            crc = (crc & 1) != 0 ? (crc >> 1) ^ kCrcPolynomial : crc >> 1;
-        }
-        table[value] = static_cast<unsigned short>(crc);
-    }
-    return table;
-}
-
-constexpr std::array<unsigned short, 256> kCrcTable = crcTable();
-
 }  // namespace
 
 unsigned short CalCRC(unsigned char* data, unsigned short length) {
-    unsigned int crc = kCrcInit;
+    unsigned short crc = kCrcInit;
     if (data == nullptr) {
-        return static_cast<unsigned short>(crc);
+        return crc;
     }
     for (unsigned short i = 0; i < length; ++i) {
-        crc = (crc >> 8) ^ kCrcTable[(crc ^ data[i]) & 0xFF];
+        crc ^= data[i];
+        for (int bit = 0; bit < 8; ++bit) {
+            const bool carry = (crc & 1) != 0;
+            crc >>= 1;
+            if (carry) {
+                crc ^= kCrcPolynomial;
+            }
+        }
     }
-    return static_cast<unsigned short>(crc);
+    return crc;
 }
 
 unsigned short CalSUM(unsigned char* data, unsigned short length) {
