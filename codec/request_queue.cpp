@@ -19,33 +19,6 @@ constexpr int kBroadcastStation = 0;
 // the polling thread, like requestQueue.
 QList<Protocol> spareRequest;
 
-// `to` takes the value of `from`; a text it already shares (the same list entry served again)
-// is left alone, which saves two atomic reference count changes.
-template <typename Shared>
-void share(Shared& to, const Shared& from) {
-    if (!to.isSharedWith(from)) {
-        to = from;
-    }
-}
-
-void copyRecord(const RW_VAR& from, RW_VAR& to) {
-    to.ownerId = from.ownerId;
-    to.itemId = from.itemId;
-    to.direction = from.direction;
-    to.remoteMode = from.remoteMode;
-    to.port = from.port;
-    to.result = from.result;
-    share(to.nameText, from.nameText);
-    share(to.addressText, from.addressText);
-    to.area = from.area;
-    to.address = from.address;
-    to.station = from.station;
-    to.count = from.count;
-    to.mark = from.mark;
-    to.extra = from.extra;
-    share(to.data, from.data);
-}
-
 bool spareWillBeTaken() {
     return PLC_driver.requestQueue.isEmpty() && !spareRequest.isEmpty();
 }
@@ -68,7 +41,8 @@ void fill(Protocol& request, int replyLength, int dataOffset, int dataLength, co
     request.dataOffset = dataOffset;
     request.dataLength = dataLength;
     request.reserved[0] = request.reserved[1] = request.reserved[2] = 0;
-    copyRecord(var, request.var);
+    copyRecordFields(var, request.var);
+    assignShared(request.var.data, var.data);
 }
 
 }  // namespace

@@ -10,33 +10,25 @@ void* LB = nullptr;
 void* LW = nullptr;
 void* RWI = nullptr;
 
-namespace {
-
-// Texts already shared (the same list entry served again) are left alone: assigning them costs
-// two atomic reference count changes each.
-void share(QString& to, const QString& from) {
-    if (!to.isSharedWith(from)) {
-        to = from;
-    }
-}
-
-}  // namespace
-
-void passRetValue(const RW_VAR& from, RW_VAR& to) {
+void copyRecordFields(const RW_VAR& from, RW_VAR& to) {
     to.ownerId = from.ownerId;
     to.itemId = from.itemId;
     to.direction = from.direction;
     to.remoteMode = from.remoteMode;
     to.port = from.port;
     to.result = from.result;
-    share(to.nameText, from.nameText);
-    share(to.addressText, from.addressText);
+    assignShared(to.nameText, from.nameText);
+    assignShared(to.addressText, from.addressText);
     to.area = from.area;
     to.address = from.address;
     to.station = from.station;
     to.count = from.count;
     to.mark = from.mark;
     to.extra = from.extra;
+}
+
+void passRetValue(const RW_VAR& from, RW_VAR& to) {
+    copyRecordFields(from, to);
     if (!to.data.isNull()) {
         to.data.clear();
     }

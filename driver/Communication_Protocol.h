@@ -87,4 +87,16 @@ extern KORVAN_API Communication_Protocol PLC_driver;
 // Copies fields ownerId..extra of `from` into `to` and empties the payload of `to`.
 KORVAN_API void passRetValue(const RW_VAR& from, RW_VAR& to);
 
+// `to` takes the value of `from`; a text or payload it already shares (the same list entry
+// served again) is left alone, which saves two atomic reference count changes.
+template <typename Shared>
+inline void assignShared(Shared& to, const Shared& from) {
+    if (!to.isSharedWith(from)) {
+        to = from;
+    }
+}
+
+// Copies fields ownerId..extra of `from` into `to`; the payload is left as it is.
+void copyRecordFields(const RW_VAR& from, RW_VAR& to);
+
 #endif
