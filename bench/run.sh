@@ -43,7 +43,7 @@ if ((smoke)); then
     sizes=(100 1000)
     exchange_filter='^(exchange/(read|write|bit|remote)|host)|/(100|1000)$'
 else
-    min_time=0.5 counted=2000 planned=3 wire=(9 1 2000) variables=100000 samples=200000
+    min_time=0.5 counted=2000 planned=3 wire=(15 0.5 2000) variables=100000 samples=200000
     sizes=(100 300 1000 3000 10000 30000 100000)
     exchange_filter=
 fi

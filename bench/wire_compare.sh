@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# The comparison on a pseudo-terminal, three pairs in turn:
+# The comparison on a pseudo-terminal, four pairs in turn:
 #   ours   korvan_ref_host reading 2 words of area 14 from korvan_plc_sim
 #   peer   a libmodbus master reading 2 holding registers from a libmodbus slave
 #   floor  a master writing a fixed 10-byte request and reading a fixed 9-byte reply, against a
 #          responder that answers without looking (no protocol on either side)
+#   host   korvan_ref_host against the floor's responder, whose reply is a good one: the host
+#          and the driver against the floor with the same other end
 # Each round runs every pair for SECONDS, first with the processes placed by the kernel, then
 # with both processes of a pair on one CPU (taskset), where they differ only by their own work
 # and not by where the scheduler puts them. Rates are exchanges per second; ratios are taken
@@ -65,6 +67,12 @@ rate() {
             "${pin[@]}" "$wire/korvan_canned_master" "$device" "seconds=$seconds" |
                 awk '{print $6}'
             ;;
+        host)
+            start_responder "$wire/korvan_canned_responder"
+            "${pin[@]}" "$build/korvan_ref_host" --device "$device" --seconds "$seconds" \
+                "$variable" 2>&1 >/dev/null |
+                awk -v s="$seconds" '/^statistics:/ {printf "%.0f\n", $2 / s}'
+            ;;
     esac
     stop_responder
 }
@@ -80,14 +88,14 @@ compare() {
     for round in $(seq "$rounds"); do
         # Each pair goes first in turn, so that none always follows the same one.
         declare -A got=()
-        local order=(ours peer floor)
-        for i in 0 1 2; do
-            local pair=${order[$(((round + i) % 3))]}
+        local order=(ours peer floor host)
+        for i in 0 1 2 3; do
+            local pair=${order[$(((round + i) % 4))]}
             got[$pair]=$(rate "$pair")
         done
-        echo "$round ${got[ours]} ${got[peer]} ${got[floor]}" >>"$rounds_file"
+        echo "$round ${got[ours]} ${got[peer]} ${got[floor]} ${got[host]}" >>"$rounds_file"
     done
-    for column in 2:ours 3:peer 4:floor; do
+    for column in 2:ours 3:peer 4:floor 5:host; do
         local values
         values=$(cut -d' ' -f"${column%%:*}" "$rounds_file")
         echo "wire.${column#*:}.rate$suffix $(median <<<"$values")"
@@ -96,6 +104,7 @@ compare() {
     done
     echo "wire.ours_per_peer$suffix $(awk '{print $2 / $3}' "$rounds_file" | median)"
     echo "wire.ours_per_floor$suffix $(awk '{print $2 / $4}' "$rounds_file" | median)"
+    echo "wire.host_per_floor$suffix $(awk '{print $5 / $4}' "$rounds_file" | median)"
 }
 
 pin=()
