@@ -84,7 +84,8 @@ for op in "${operations[@]}" "${plans[@]}"; do
 done
 
 echo "== side by side on a pseudo-terminal"
-bench/wire_compare.sh "$build" "$work" "${wire[@]}" >>"$figures"
+bench/wire_rates.sh "$build" "$work" "${wire[0]}" "${wire[1]}" >>"$figures"
+bench/wire_instructions.sh "$build" "$work" "${wire[2]}" >>"$figures"
 
 echo "== memory and host-read latency"
 "$build/bench/korvan_memory_use" "$variables" | sed 's/^/mem./' >>"$figures"
