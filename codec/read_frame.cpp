@@ -3,6 +3,7 @@
 //
 //   station | 0x1E or 0x20 | area code | address (24 bits) | count (16 bits) | CRC lo | CRC hi
 #include "codec/area_codes.h"
+#include "codec/check_memo.h"
 #include "codec/frames.h"
 #include "codec/function_codes.h"
 #include "codec/request_queue.h"
@@ -34,7 +35,8 @@ void read_register(const RW_VAR& var) {
     f[5] = static_cast<unsigned char>(first);
     f[6] = static_cast<unsigned char>(units >> 8);
     f[7] = static_cast<unsigned char>(units);
-    const unsigned short crc = CalCRC(f, 8);
+    static_assert(kReadRequestHeadLength == 8, "the CRC follows byte 7");
+    const unsigned short crc = readRequestCrc(f);
     f[8] = static_cast<unsigned char>(crc);
     f[9] = static_cast<unsigned char>(crc >> 8);
 

@@ -1,4 +1,4 @@
-// The driver's CRC (a table lookup per byte) against the simulator's own, written bit by bit
+// The driver's CRC against the simulator's own, both bit by bit but written apart
 // from the wire format: every byte value, and buffers of every length a frame can have.
 #include <gtest/gtest.h>
 

@@ -94,6 +94,43 @@ TEST_F(Frames, RepliesAreJudgedByStationAndCrc) {
     }
 }
 
+// Read frames repeat scan after scan and so do most replies: whatever the driver remembers of
+// earlier ones must never let a changed reply pass, nor a request go out with a stale CRC.
+TEST_F(Frames, RepeatedFramesAndRepliesAreCheckedAsFirstTime) {
+    const QByteArray good = bytesOf("01 20 04 12 34 56 78 86 54");
+    const QByteArray changed[] = {
+        bytesOf("01 20 04 12 34 56 79 86 54"),     // one data bit
+        bytesOf("01 20 04 12 34 56 78 86 55"),     // the CRC
+        bytesOf("01 20 04 12 34 56 78 86"),        // one byte short
+        bytesOf("01 20 04 12 34 56 78 86 54 FF"),  // one byte more
+    };
+    for (int round = 0; round < 3; ++round) {
+        driver.requestQueue.clear();
+        read_register(var(14, 100, 2));
+        EXPECT_EQ(CheckGetData(&good), kReplyStore) << round;
+        for (const QByteArray& reply : changed) {
+            for (int again = 0; again < 2; ++again) {
+                EXPECT_EQ(CheckGetData(&reply), kReplyInvalid) << round << ": " << hex(reply);
+            }
+        }
+    }
+
+    // Many more distinct requests than anything could keep, twice over, and interleaved.
+    for (int round = 0; round < 2; ++round) {
+        for (int address = 0; address < 5000; address += 3) {
+            driver.requestQueue.clear();
+            read_register(var(14, address, 1 + address % 7, 1 + address % 5));
+            read_register(var(14, 100, 2));
+            ASSERT_TRUE(crcHolds(request(0).frame)) << address;
+            expectRequest(request(1), "01 20 80 00 00 64 00 02 7F DB", 9, 3, 4);
+        }
+    }
+    driver.requestQueue.clear();
+    read_register(var(14, 100, 2));
+    EXPECT_EQ(CheckGetData(&changed[0]), kReplyInvalid);
+    EXPECT_EQ(CheckGetData(&good), kReplyStore);
+}
+
 // Only areas 1..5 and 7 are written bit by bit. Word payloads are held low byte first and sent
 // high byte first, an odd one padded to whole words; addresses are never scaled.
 TEST_F(Frames, LocalWriteFrames) {
