@@ -82,17 +82,15 @@ void writeAll(int fd, const std::uint8_t* data, std::size_t length) {
     }
 }
 
-Bytes readFor(int fd, std::size_t length, int timeoutMs) {
-    Bytes got;
+void readFor(int fd, std::size_t length, int timeoutMs, Bytes& got) {
+    got.clear();
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (got.size() < length) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0) {
-            break;
-        }
+    // The first wait is the whole timeout; the clock is read again only for a reply that comes
+    // in pieces.
+    long leftMs = timeoutMs;
+    while (got.size() < length && leftMs > 0) {
         pollfd p{fd, POLLIN, 0};
-        const int ready = poll(&p, 1, static_cast<int>(left.count()));
+        const int ready = poll(&p, 1, static_cast<int>(leftMs));
         if (ready < 0 && errno == EINTR) {
             break;
         }
@@ -101,8 +99,12 @@ Bytes readFor(int fd, std::size_t length, int timeoutMs) {
             // and the read that would find the line empty is saved.
             readOnce(fd, got, length - got.size());
         }
+        if (got.size() < length) {
+            leftMs = static_cast<long>(
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now())
+                    .count());
+        }
     }
-    return got;
 }
 
 void discardInput(int fd) {

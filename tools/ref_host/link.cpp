@@ -47,16 +47,21 @@ int Link::replyTimeoutMs(std::size_t requestLength, int replyLength) const {
     return static_cast<int>(std::ceil(bits * kMillisecondsPerSecond / line_.baud)) + turnaroundMs_;
 }
 
-tools::Bytes Link::exchange(const std::uint8_t* request, std::size_t length, int replyLength) {
-    // A reply that came too late for an earlier request must not pass for this one's.
-    tools::discardInput(fd_.get());
-    tools::writeAll(fd_.get(), request, length);
-    if (replyLength == 0) {
-        return {};
+const tools::Bytes& Link::exchange(const std::uint8_t* request, std::size_t length, int replyLength,
+                                   bool lineSettled) {
+    // After a good reply the line is quiet, and looking would cost a system call per exchange. A
+    // PLC that sent more than its reply costs one retry: that exchange fails, the next looks.
+    if (!lineSettled) {
+        tools::discardInput(fd_.get());
     }
-    const std::size_t expected =
-        replyLength < 0 ? kLongestReply : static_cast<std::size_t>(replyLength);
-    return tools::readFor(fd_.get(), expected, replyTimeoutMs(length, replyLength));
+    tools::writeAll(fd_.get(), request, length);
+    reply_.clear();
+    if (replyLength != 0) {
+        const std::size_t expected =
+            replyLength < 0 ? kLongestReply : static_cast<std::size_t>(replyLength);
+        tools::readFor(fd_.get(), expected, replyTimeoutMs(length, replyLength), reply_);
+    }
+    return reply_;
 }
 
 }  // namespace refhost

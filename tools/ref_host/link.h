@@ -19,8 +19,11 @@ public:
     explicit Link(const HostOptions& options);
 
     // Sends the request, then waits for `replyLength` bytes (none when it is 0) until the reply
-    // timeout; returns what came. Throws tools::LinkClosed.
-    tools::Bytes exchange(const std::uint8_t* request, std::size_t length, int replyLength);
+    // timeout; returns what came, valid until the next exchange. Unless `lineSettled` (the last
+    // reply came whole and was good), whatever is waiting is dropped first: a late answer to an
+    // earlier request must not pass for this one's. Throws tools::LinkClosed.
+    const tools::Bytes& exchange(const std::uint8_t* request, std::size_t length, int replyLength,
+                                 bool lineSettled);
 
     // The time the request and its reply take on the line, plus the turnaround.
     int replyTimeoutMs(std::size_t requestLength, int replyLength) const;
@@ -33,6 +36,7 @@ private:
     tools::LineSettings line_;
     int turnaroundMs_ = 0;
     std::string description_;
+    tools::Bytes reply_;
 };
 
 }  // namespace refhost

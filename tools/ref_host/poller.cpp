@@ -1,6 +1,7 @@
 #include "poller.h"
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <limits>
@@ -144,7 +145,7 @@ void Poller::poll(const volatile std::sig_atomic_t& stop) {
     const bool cyclic = !options_.variables.empty();
     const auto cycle = std::chrono::milliseconds(options_.cycleMs);
     auto scansDone = [this] { return options_.scans != 0 && stats_.scans >= options_.scans; };
-    while (!stop && Clock::now() < deadline_) {
+    for (Clock::time_point now = Clock::now(); !stop && now < deadline_; now = Clock::now()) {
         const bool writesDue =
             !writesIssued_ || (options_.writeEveryScan && lastWriteScan_ != stats_.scans);
         if (writesDue && stats_.scans >= options_.writeAtScan) {
@@ -156,44 +157,47 @@ void Poller::poll(const volatile std::sig_atomic_t& stop) {
                 return;  // every write is done
             }
             // Every station of the read list is switched off: an empty scan.
-            finishScan();
+            finishScan(now);
             if (scansDone()) {
                 return;
             }
-            pause(std::max(Clock::now() + kIdleWait, scanStarted_ + cycle), stop);
-            scanStarted_ = Clock::now();
+            scanStarted_ = pause(now, std::max(now + kIdleWait, scanStarted_ + cycle), stop);
             continue;
         }
         if (request->var.itemId == kCyclicItem && !retryPending_) {
             const RW_VAR& read = request->var;
             const BlockKey block{read.station, read.area, read.address, read.count};
             // The read list has come round again: the image now holds a whole scan.
-            if (scanBlocks_.count(block) != 0) {
-                finishScan();
+            if (std::binary_search(scanBlocks_.begin(), scanBlocks_.end(), block)) {
+                finishScan(now);
                 if (scansDone()) {
                     return;
                 }
-                pause(scanStarted_ + cycle, stop);
+                now = pause(now, scanStarted_ + cycle, stop);
             }
             if (scanBlocks_.empty()) {
-                scanStarted_ = Clock::now();
+                scanStarted_ = now;
             }
-            scanBlocks_.insert(block);
+            // The list runs in order, so a block mostly goes to the end.
+            scanBlocks_.insert(std::upper_bound(scanBlocks_.begin(), scanBlocks_.end(), block),
+                               block);
         }
         exchange(*request);
     }
 }
 
-void Poller::pause(Clock::time_point until, const volatile std::sig_atomic_t& stop) const {
+Poller::Clock::time_point Poller::pause(Clock::time_point now, Clock::time_point until,
+                                        const volatile std::sig_atomic_t& stop) const {
     until = std::min(until, deadline_);
-    while (!stop && Clock::now() < until) {
-        std::this_thread::sleep_for(std::min<Clock::duration>(until - Clock::now(), kIdleWait));
+    while (!stop && now < until) {
+        std::this_thread::sleep_for(std::min<Clock::duration>(until - now, kIdleWait));
+        now = Clock::now();
     }
+    return now;
 }
 
-void Poller::finishScan() {
-    const double ms =
-        std::chrono::duration<double, std::milli>(Clock::now() - scanStarted_).count();
+void Poller::finishScan(Clock::time_point now) {
+    const double ms = std::chrono::duration<double, std::milli>(now - scanStarted_).count();
     ++stats_.scans;
     if (stats_.scans == kWarmScans) {
         stats_.rssKbWarm = residentKb();
@@ -230,10 +234,13 @@ void Poller::exchange(const Protocol& request) {
     const int replyLength = request.replyLength;
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(frame.constData());
 
-    const tools::Bytes reply = link_.exchange(bytes, frame.size(), replyLength);
-    QByteArray received(reinterpret_cast<const char*>(reply.data()),
-                        static_cast<int>(reply.size()));
-    const int code = api_.handReply(&received, received.size())->result;
+    const tools::Bytes& reply = link_.exchange(bytes, frame.size(), replyLength, lineSettled_);
+    received_.resize(static_cast<int>(reply.size()));
+    if (!reply.empty()) {
+        memcpy(received_.data(), reply.data(), reply.size());
+    }
+    const int code = api_.handReply(&received_, received_.size())->result;
+    lineSettled_ = replyLength > 0 && isGood(code);
 
     ++stats_.exchanges;
     retryPending_ = code == kRetry;

@@ -48,9 +48,12 @@ private:
     void poll(const volatile std::sig_atomic_t& stop);
     void issueWrites();
     void exchange(const Protocol& request);
-    void finishScan();
-    // Sleeps until `until`, the deadline of the run, or a stop request, whichever comes first.
-    void pause(Clock::time_point until, const volatile std::sig_atomic_t& stop) const;
+    // Ends the scan at `now`.
+    void finishScan(Clock::time_point now);
+    // Sleeps from `now` until `until`, the deadline of the run, or a stop request, whichever
+    // comes first; returns the time it woke.
+    Clock::time_point pause(Clock::time_point now, Clock::time_point until,
+                            const volatile std::sig_atomic_t& stop) const;
     void reportWrites();
     std::string stateOf(int station) const;
     long elapsedMs() const;
@@ -65,7 +68,9 @@ private:
     long lastWriteScan_ = -1;        // the scan whose writes were issued last
     std::set<int> unansweredItems_;  // items of the issued writes still without a result
     bool retryPending_ = false;
-    std::set<BlockKey> scanBlocks_;
+    bool lineSettled_ = false;          // the last exchange's reply came whole and was good
+    std::vector<BlockKey> scanBlocks_;  // sorted: the blocks read in this scan
+    QByteArray received_;               // the reply handed to the driver, its storage reused
     Clock::time_point started_ = Clock::now();
     Clock::time_point deadline_ = Clock::time_point::max();
     Clock::time_point scanStarted_ = Clock::now();
