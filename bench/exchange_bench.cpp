@@ -28,6 +28,11 @@ void exchangeRead(benchmark::State& state) {
 }
 BENCHMARK(exchangeRead)->Name("exchange/read")->Arg(2)->Arg(50)->Arg(100);
 
+void exchangeChangingRead(benchmark::State& state) {
+    runExchange(state, bench::ExchangeCase::changingRead(static_cast<int>(state.range(0))));
+}
+BENCHMARK(exchangeChangingRead)->Name("exchange/changing")->Arg(2)->Arg(100);
+
 void exchangeWrite(benchmark::State& state) {
     runExchange(state, bench::ExchangeCase::write());
 }

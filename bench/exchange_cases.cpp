@@ -5,6 +5,7 @@
 #include "driver/Communication_Protocol.h"
 #include "panel_variables.h"
 #include "plc_model.h"
+#include "wire_format.h"
 
 namespace bench {
 
@@ -13,6 +14,8 @@ namespace {
 constexpr int kBitOfWordArea = 29;
 constexpr int kRemotePort = 2;
 constexpr std::size_t kSettlingRounds = 3;
+constexpr int kChangingReplies = 16;
+constexpr int kReplyDataOffset = 3;
 
 // Every station panelVariables() uses answers.
 plcsim::PlcModel& plc() {
@@ -73,6 +76,25 @@ ExchangeCase ExchangeCase::read(int words) {
     return c;
 }
 
+// Each reply counts up in every word: a changed value on every read, as on a busy machine.
+ExchangeCase ExchangeCase::changingRead(int words) {
+    ExchangeCase c = read(words);
+    c.kind_ = Kind::Round;
+    for (int n = 0; n < kChangingReplies; ++n) {
+        QByteArray reply = c.first_;
+        auto* bytes = reinterpret_cast<std::uint8_t*>(reply.data());
+        for (int w = 0; w < words; ++w) {
+            bytes[kReplyDataOffset + 2 * w + 1] = static_cast<std::uint8_t>(n);
+        }
+        const std::size_t crcAt = static_cast<std::size_t>(reply.size()) - 2;
+        const std::uint16_t crc = plcsim::crc16(bytes, crcAt);
+        bytes[crcAt] = static_cast<std::uint8_t>(crc);
+        bytes[crcAt + 1] = static_cast<std::uint8_t>(crc >> 8);
+        c.round_.push_back(reply);
+    }
+    return c;
+}
+
 ExchangeCase ExchangeCase::write() {
     resetDriver();
     ExchangeCase c(Kind::Write);
@@ -112,7 +134,7 @@ ExchangeCase ExchangeCase::remoteRead() {
 
 ExchangeCase ExchangeCase::panel(int tags) {
     resetDriver();
-    ExchangeCase c(Kind::Panel);
+    ExchangeCase c(Kind::Round);
     static ComInfo planningPort;
     usePlanningPort(planningPort);
     QList<HOSTVAR> variables = panelVariables(tags);
@@ -132,6 +154,10 @@ ExchangeCase ExchangeCase::named(const std::string& name) {
     const std::string readPrefix = "read/";
     if (name.compare(0, readPrefix.size(), readPrefix) == 0) {
         return read(std::stoi(name.substr(readPrefix.size())));
+    }
+    const std::string changingPrefix = "changing/";
+    if (name.compare(0, changingPrefix.size(), changingPrefix) == 0) {
+        return changingRead(std::stoi(name.substr(changingPrefix.size())));
     }
     if (name == "write") {
         return write();
@@ -170,7 +196,7 @@ RW_VAR* ExchangeCase::once() {
             PLC_driver.writeBurst = 0;
             return result;
         }
-        case Kind::Panel: {
+        case Kind::Round: {
             ComCommunication();
             QByteArray& reply = round_[next_];
             next_ = next_ + 1 == round_.size() ? 0 : next_ + 1;

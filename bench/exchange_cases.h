@@ -3,6 +3,7 @@
 //
 //   read/N       one cyclic read of N words: ComCommunication, then DataCom with the correct
 //                reply, storing N words
+//   changing/N   the same, each reply carrying other values than the one before
 //   write        one queued word write and its exchange
 //   bit_in_word  one bit-in-word write: read frame, reply, write frame, reply
 //   remote_read  one remote read of 2 words
@@ -35,6 +36,7 @@ QByteArray replyTo(const Protocol* request);
 class ExchangeCase {
 public:
     static ExchangeCase read(int words);
+    static ExchangeCase changingRead(int words);
     static ExchangeCase write();
     static ExchangeCase bitInWord();
     static ExchangeCase remoteRead();
@@ -46,14 +48,15 @@ public:
     RW_VAR* once();
 
 private:
-    enum class Kind { Read, Write, BitInWord, Panel };
+    enum class Kind { Read, Write, BitInWord, Round };  // Round: the replies of round_ in turn
     explicit ExchangeCase(Kind kind) : kind_(kind) {}
 
     Kind kind_;
     RW_VAR record_;                  // queued again before every write exchange
     QByteArray first_;               // the reply to the first (or only) frame
     QByteArray second_;              // the reply to the write frame of a bit-in-word write
-    std::vector<QByteArray> round_;  // the replies to one round of a planned read list, in order
+    std::vector<QByteArray> round_;  // replies given in turn: to one round of a planned read
+                                     // list, or the changing replies of one read
     std::size_t next_ = 0;
 };
 

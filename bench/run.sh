@@ -41,7 +41,7 @@ figures=$results/figures # "key value" lines
 if ((smoke)); then
     min_time=0.01 counted=20 planned=1 wire=(1 0.2 50) variables=10000 samples=5000
     sizes=(100 1000)
-    exchange_filter='^(exchange/(read|write|bit|remote)|host)|/(100|1000)$'
+    exchange_filter='^(exchange/(read|changing|write|bit|remote)|host)|/(100|1000)$'
 else
     min_time=0.5 counted=2000 planned=3 wire=(15 0.5 2000) variables=100000 samples=200000
     sizes=(100 300 1000 3000 10000 30000 100000)
@@ -68,7 +68,7 @@ gbench korvan_exchange_bench "$exchange_filter"
 gbench korvan_read_planning_bench
 
 echo "== instructions per operation (callgrind)"
-operations=(read/2 read/50 read/100 write bit_in_word remote_read host_read/1 host_read/100
+operations=(read/2 read/50 read/100 changing/2 changing/100 write bit_in_word remote_read host_read/1 host_read/100
     host_write)
 for n in "${sizes[@]}"; do
     operations+=("panel/$n")
