@@ -4,11 +4,15 @@
 # a plot of planning time and per-exchange cost against the number of variables.
 #
 #   bench/run.sh                      the whole set in a Release build (build/release); a few
-#                                     minutes after the build
+#                                     minutes after the build. Also the memory figures on the
+#                                     panel's architecture: korvan_memory_use built for armhf
+#                                     and run under qemu (bench/armhf_memory.sh)
 #   bench/run.sh --smoke [BUILD_DIR]  every measurement once and briefly, in an existing build
 #                                     tree (build/default): checks that all of it runs, for CI
 #
-# Installs what it needs (Debian packages): the peer libmodbus, valgrind, gnuplot.
+# Installs what it needs (Debian packages): the peer libmodbus, valgrind, gnuplot; for the full
+# run also the armhf cross compiler and qemu, and it fetches the armhf sysroot once. When the
+# armhf figures cannot be had (no network for the sysroot, say), the table says so and why.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -91,6 +95,21 @@ echo "== memory and host-read latency"
 "$build/bench/korvan_memory_use" "$variables" | sed 's/^/mem./' >>"$figures"
 "$build/bench/korvan_host_read_latency" "$samples" | sed 's/^/lat./' >>"$figures"
 echo "== load after: $(cut -d' ' -f1-3 /proc/loadavg)" | tee -a "$results/machine"
+
+# After the timings, whose load it would disturb; heap bytes do not depend on the load.
+if ((!smoke)); then
+    echo "== memory on 32-bit ARM (armhf, under qemu); log: $results/armhf.log"
+    started=$SECONDS
+    if bench/armhf_memory.sh "$variables" >"$work/armhf" 2>"$results/armhf.log"; then
+        sed 's/^/armhf./' "$work/armhf" >>"$figures"
+        echo "== armhf: $((SECONDS - started)) s"
+    else
+        reason=$(tail -n 1 "$results/armhf.log")
+        reason=${reason#armhf: }
+        echo "armhf.not_measured ${reason:-unknown failure}" >>"$figures"
+        echo "== armhf: not measured: ${reason:-unknown failure}"
+    fi
+fi
 
 bench/table.sh "$figures" "$smoke" | tee "$results/table.md"
 bench/plot.sh "$figures" "$results/plot.png" "${sizes[@]}"

@@ -40,7 +40,8 @@ function exchange(label, op) {
         "", "", "", "")
 }
 
-{ v[$1] = $2 }
+# text: the whole of a line after its key, for the figures that are words.
+{ v[$1] = $2; text[$1] = substr($0, length($1) + 2) }
 
 END {
     print "| measure | ours | peer | ratio | target | met |"
@@ -115,14 +116,29 @@ END {
         "≤ read alone + one exchange, p99: " num(bound) " ns", yes(waited <= bound))
 
     words = need("mem.image_words")
-    row("register image, bytes per word (" num(need("mem.variables")) " variables, " num(words) \
-            " words)", num(need("mem.image_word_bytes"), 1), "", "", "≤ 48",
+    row("register image, bytes per word, x86-64 (" num(need("mem.variables")) " variables, " \
+            num(words) " words)", num(need("mem.image_word_bytes"), 1), "", "", "≤ 48",
         yes(need("mem.image_word_bytes") <= 48))
-    row("planned read list, bytes per entry (" num(need("mem.read_entries")) " entries)",
+    row("planned read list, bytes per entry, x86-64 (" num(need("mem.read_entries")) " entries)",
         num(need("mem.read_entry_bytes"), 1), "", "", "", "")
+    # The architecture of the panel, in the full run only; when not measured (no sysroot, say), why.
+    arm = "32-bit ARM (armhf, under qemu"
+    if (!smoke && "armhf.not_measured" in v) {
+        why = "not measured: " text["armhf.not_measured"] " (see armhf.log)"
+        row("register image, bytes per word, " arm ")", why, "", "", "≤ 48", "unknown")
+        row("planned read list, bytes per entry, " arm ")", why, "", "", "", "")
+    } else if (!smoke) {
+        row("register image, bytes per word, " arm "; " num(need("armhf.variables")) \
+                " variables, " num(need("armhf.image_words")) " words)",
+            num(need("armhf.image_word_bytes"), 1), "", "", "≤ 48",
+            yes(need("armhf.image_word_bytes") <= 48))
+        row("planned read list, bytes per entry, " arm "; " num(need("armhf.read_entries")) \
+                " entries)", num(need("armhf.read_entry_bytes"), 1), "", "", "", "")
+    }
 
     if (smoke) {
-        print "\n(smoke run: every measurement ran once and briefly; the figures mean nothing)"
+        print "\n(smoke run: every measurement ran once and briefly; the figures mean nothing;" \
+            " the armhf memory rows are measured in the full run only)"
     }
     if (missing != "") {
         print "missing figures:" missing > "/dev/stderr"

@@ -15,6 +15,12 @@ if(NOT EXISTS ${CMAKE_SYSROOT}/usr/include)
     message(FATAL_ERROR "no sysroot at ${CMAKE_SYSROOT}: run scripts/cross-test.sh ${KORVAN_TARGET}")
 endif()
 
+# pkg-config (the host's program) reads the target's .pc files only, and prefixes their paths
+# with the sysroot; otherwise it would hand the host's libraries to the cross linker.
+set(ENV{PKG_CONFIG_LIBDIR} "${CMAKE_SYSROOT}/usr/lib/${KORVAN_TRIPLET}/pkgconfig:\
+${CMAKE_SYSROOT}/usr/lib/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig")
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
+
 # Programs (moc, the emulator) are the host's; libraries, headers and packages the target's.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
