@@ -53,8 +53,8 @@ END {
     row("2-word read, driver instructions per exchange (ref host over a pty; peer: libmodbus `modbus_read_registers`)",
         num(need("wire.ours.driver_instructions")), num(need("wire.peer.library_instructions")),
         num(ratio, 2), "≤ 1.00", yes(ratio <= 1.0))
-    # The simulator answers with the same values every time, as most of a panel's PLC words do;
-    # with other values in every reply, each reply's CRC is computed again.
+    # The simulator answers with the same values every time, as most PLC words on a panel do;
+    # with other values in every reply, the CRC of each is computed again.
     changed = need("ir.changing/2") - need("ir.read/2")
     row("the same, every reply carrying new values (driver alone, canned replies: " \
             num(need("ir.read/2")) " → " num(need("ir.changing/2")) " instr)",

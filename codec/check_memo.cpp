@@ -16,6 +16,7 @@ constexpr int kSlots = 1 << kSlotBits;
 // Longer replies are checked in full every time; this bounds what the memo holds to
 // 512 KB.
 constexpr int kLongestRememberedReply = 512;
+constexpr int kCrcLength = 2;
 
 struct Slot {
     quint64 head = 0;
@@ -66,9 +67,10 @@ unsigned short readRequestCrc(const unsigned char* head) {
 }
 
 bool replyCrcMatches(const QByteArray& request, const unsigned char* reply, int size) {
-    // Only a request whose CRC came from the memo owns a slot; others are checked in full.
+    // Only a read request, whose CRC came from the memo, owns a slot; replies to others are
+    // checked in full.
     Slot* slot = nullptr;
-    if (request.size() >= kReadRequestHeadLength) {
+    if (request.size() == kReadRequestHeadLength + kCrcLength) {
         const quint64 key = headKey(reinterpret_cast<const unsigned char*>(request.constData()));
         Slot& candidate = slotFor(key);
         if (candidate.used && candidate.head == key) {
