@@ -152,6 +152,20 @@ TEST_F(ToolsEndToEnd, FaultsAreRetriedThenAbandonedThenRecovered) {
     }
 }
 
+// The first reply comes after its timeout, while the host waits for the retry's: the reply to
+// the retry, equal to it, must not then be taken for the next block's, which has the same
+// station and length.
+TEST_F(ToolsEndToEnd, ALateReplyIsNotTakenForTheNextRequests) {
+    const HostRun run = runHost({"--sim-options", "--fill ramp --delay 500 --faults-for 1",
+                                 "--turnaround", kTurnaround, "--retries", "2", "--scans", "3",
+                                 "--format", "json", "14:100:2", "14:200:2"});
+    EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    EXPECT_EQ(run.values("14:100:2"), words({100, 101}));
+    EXPECT_EQ(run.values("14:200:2"), words({200, 201}));
+    EXPECT_EQ(run.stats["retries"].toInt(), 1);
+    EXPECT_TRUE(run.abandoned().isEmpty());
+}
+
 TEST_F(ToolsEndToEnd, ASilentStationFailsWhileTheOthersAnswer) {
     const HostRun run =
         runHost({"--sim-options", "--stations 1,2 --silent 2 --fill ramp", "--turnaround",

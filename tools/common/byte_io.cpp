@@ -82,7 +82,7 @@ void writeAll(int fd, const std::uint8_t* data, std::size_t length) {
     }
 }
 
-void readFor(int fd, std::size_t length, int timeoutMs, Bytes& got) {
+bool readFor(int fd, std::size_t length, int timeoutMs, Bytes& got) {
     got.clear();
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     // The first wait is the whole timeout; the clock is read again only for a reply that comes
@@ -95,9 +95,9 @@ void readFor(int fd, std::size_t length, int timeoutMs, Bytes& got) {
             break;
         }
         if (ready > 0) {
-            // Only what the reply still lacks: anything after it stays for the next discard,
-            // and the read that would find the line empty is saved.
-            readOnce(fd, got, length - got.size());
+            // Whatever is waiting, up to a chunk: what came beyond the reply is seen without a
+            // system call of its own.
+            readOnce(fd, got, std::max(length - got.size(), kChunk));
         }
         if (got.size() < length) {
             leftMs = static_cast<long>(
@@ -105,6 +105,11 @@ void readFor(int fd, std::size_t length, int timeoutMs, Bytes& got) {
                     .count());
         }
     }
+    if (got.size() > length) {
+        got.resize(length);
+        return true;
+    }
+    return false;
 }
 
 void discardInput(int fd) {

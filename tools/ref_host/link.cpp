@@ -49,17 +49,19 @@ int Link::replyTimeoutMs(std::size_t requestLength, int replyLength) const {
 
 const tools::Bytes& Link::exchange(const std::uint8_t* request, std::size_t length, int replyLength,
                                    bool lineSettled) {
-    // After a good reply the line is quiet, and looking would cost a system call per exchange. A
-    // PLC that sent more than its reply costs one retry: that exchange fails, the next looks.
-    if (!lineSettled) {
+    // After good replies with nothing behind them the line is quiet, and looking would cost a
+    // system call per exchange. A reply that comes after its timeout makes that exchange fail;
+    // the next two then look first, in case its retry's reply comes late as well.
+    if (!lineSettled || overrun_) {
         tools::discardInput(fd_.get());
     }
     tools::writeAll(fd_.get(), request, length);
     reply_.clear();
+    overrun_ = false;
     if (replyLength != 0) {
         const std::size_t expected =
             replyLength < 0 ? kLongestReply : static_cast<std::size_t>(replyLength);
-        tools::readFor(fd_.get(), expected, replyTimeoutMs(length, replyLength), reply_);
+        overrun_ = tools::readFor(fd_.get(), expected, replyTimeoutMs(length, replyLength), reply_);
     }
     return reply_;
 }

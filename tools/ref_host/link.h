@@ -20,8 +20,9 @@ public:
 
     // Sends the request, then waits for `replyLength` bytes (none when it is 0) until the reply
     // timeout; returns what came, valid until the next exchange. Unless `lineSettled` (the last
-    // reply came whole and was good), whatever is waiting is dropped first: a late answer to an
-    // earlier request must not pass for this one's. Throws tools::LinkClosed.
+    // two replies were good) and nothing came after the last reply, whatever is waiting is
+    // dropped first: a late answer to an earlier request must not pass for this one's. Throws
+    // tools::LinkClosed.
     const tools::Bytes& exchange(const std::uint8_t* request, std::size_t length, int replyLength,
                                  bool lineSettled);
 
@@ -37,6 +38,7 @@ private:
     int turnaroundMs_ = 0;
     std::string description_;
     tools::Bytes reply_;
+    bool overrun_ = true;  // bytes came after the last reply (or none was read yet)
 };
 
 }  // namespace refhost

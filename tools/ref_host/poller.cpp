@@ -161,7 +161,7 @@ void Poller::poll(const volatile std::sig_atomic_t& stop) {
             if (scansDone()) {
                 return;
             }
-            scanStarted_ = pause(now, std::max(now + kIdleWait, scanStarted_ + cycle), stop);
+            scanStarted_ = pause(std::max(now + kIdleWait, scanStarted_ + cycle), stop);
             continue;
         }
         if (request->var.itemId == kCyclicItem && !retryPending_) {
@@ -173,7 +173,7 @@ void Poller::poll(const volatile std::sig_atomic_t& stop) {
                 if (scansDone()) {
                     return;
                 }
-                now = pause(now, scanStarted_ + cycle, stop);
+                now = pause(scanStarted_ + cycle, stop);  // after the scan was shown
             }
             if (scanBlocks_.empty()) {
                 scanStarted_ = now;
@@ -186,9 +186,10 @@ void Poller::poll(const volatile std::sig_atomic_t& stop) {
     }
 }
 
-Poller::Clock::time_point Poller::pause(Clock::time_point now, Clock::time_point until,
+Poller::Clock::time_point Poller::pause(Clock::time_point until,
                                         const volatile std::sig_atomic_t& stop) const {
     until = std::min(until, deadline_);
+    Clock::time_point now = Clock::now();
     while (!stop && now < until) {
         std::this_thread::sleep_for(std::min<Clock::duration>(until - now, kIdleWait));
         now = Clock::now();
@@ -240,7 +241,9 @@ void Poller::exchange(const Protocol& request) {
         memcpy(received_.data(), reply.data(), reply.size());
     }
     const int code = api_.handReply(&received_, received_.size())->result;
-    lineSettled_ = replyLength > 0 && isGood(code);
+    const bool good = replyLength > 0 && isGood(code);
+    lineSettled_ = good && lastGood_;
+    lastGood_ = good;
 
     ++stats_.exchanges;
     retryPending_ = code == kRetry;

@@ -50,10 +50,9 @@ private:
     void exchange(const Protocol& request);
     // Ends the scan at `now`.
     void finishScan(Clock::time_point now);
-    // Sleeps from `now` until `until`, the deadline of the run, or a stop request, whichever
-    // comes first; returns the time it woke.
-    Clock::time_point pause(Clock::time_point now, Clock::time_point until,
-                            const volatile std::sig_atomic_t& stop) const;
+    // Sleeps until `until`, the deadline of the run, or a stop request, whichever comes first;
+    // returns the time it ends.
+    Clock::time_point pause(Clock::time_point until, const volatile std::sig_atomic_t& stop) const;
     void reportWrites();
     std::string stateOf(int station) const;
     long elapsedMs() const;
@@ -68,7 +67,8 @@ private:
     long lastWriteScan_ = -1;        // the scan whose writes were issued last
     std::set<int> unansweredItems_;  // items of the issued writes still without a result
     bool retryPending_ = false;
-    bool lineSettled_ = false;          // the last exchange's reply came whole and was good
+    bool lastGood_ = false;             // the last exchange's reply was good
+    bool lineSettled_ = false;          // so were the two last ones
     std::vector<BlockKey> scanBlocks_;  // sorted: the blocks read in this scan
     QByteArray received_;               // the reply handed to the driver, its storage reused
     Clock::time_point started_ = Clock::now();
