@@ -13,8 +13,7 @@ namespace {
 // panels with few collisions; a larger list costs the lookup on each exchange, about 1%.
 constexpr int kSlotBits = 10;
 constexpr int kSlots = 1 << kSlotBits;
-// Longer replies are checked in full every time; this bounds what the memo holds to
-// 512 KB.
+// Longer replies are checked in full every time; this bounds what the memo holds to 512 KB.
 constexpr int kLongestRememberedReply = 512;
 constexpr int kCrcLength = 2;
 
