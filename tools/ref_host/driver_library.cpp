@@ -6,10 +6,32 @@
 #include <climits>
 #include <stdexcept>
 
+#include "needed_libraries.h"
+
 namespace refhost {
 
+namespace {
+
+constexpr int kOwnQtMajor = QT_VERSION >> 16;
+
+// The records the host and the driver share hold Qt's QString, QByteArray and QList, whose
+// private data differ between Qt majors: a driver of another major would crash the host on the
+// first record it touched, so it is refused before it is loaded.
+const std::string& ofOwnQtMajor(const std::string& path) {
+    const std::vector<std::string> needed = neededLibraries(path);
+    const int major = qtMajorOf(needed);
+    if (major != 0 && major != kOwnQtMajor) {
+        throw std::runtime_error(path + " is built against Qt " + std::to_string(major) +
+                                 " and this host against Qt " + std::to_string(kOwnQtMajor) +
+                                 ": a host and the driver must share one Qt major");
+    }
+    return path;
+}
+
+}  // namespace
+
 DriverLibrary::DriverLibrary(const std::string& path)
-    : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)), path_(path) {
+    : handle_(dlopen(ofOwnQtMajor(path).c_str(), RTLD_NOW | RTLD_LOCAL)), path_(path) {
     if (handle_ == nullptr) {
         throw std::runtime_error(std::string("cannot load the driver library: ") + dlerror());
     }
