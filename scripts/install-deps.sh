@@ -7,4 +7,4 @@ set -euo pipefail
 source "$(dirname "$0")/common.sh"
 
 install_missing cmake ninja-build g++ clang-14 libclang-rt-14-dev qtbase5-dev libgtest-dev \
-    libgmock-dev libbenchmark-dev pkg-config "$@"
+    libgmock-dev libbenchmark-dev pkg-config nlohmann-json3-dev "$@"

@@ -3,9 +3,15 @@
 // it. The simulator's memory dump and the host's image dump are compared word for word.
 #include <gtest/gtest.h>
 
-#include <QtCore/QCoreApplication>
-#include <QtCore/QFile>
-#include <QtCore/QTemporaryDir>
+#include <stdlib.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
 
 #include "tool_processes.h"
 
@@ -27,22 +33,43 @@ constexpr int kCode14 = 14;
 constexpr int kArea1 = 1;
 constexpr int kArea2 = 2;
 // Enough for a loaded machine: a reply that arrives later counts as missing.
-const QString kTurnaround = "300";
+const std::string kTurnaround = "300";
+
+bool startsWith(const std::string& text, const std::string& prefix) {
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
 
 class ToolsEndToEnd : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(dir.isValid());
-        QFile file(path("memory.txt"));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(kMemory);
+        const char* tmp = std::getenv("TMPDIR");
+        const std::filesystem::path base = tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
+        std::string pattern = (base / "korvan_tools_test.XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr) << pattern << ": " << std::strerror(errno);
+        dir = pattern;
+        std::ofstream file(path("memory.txt"), std::ios::binary);
+        ASSERT_TRUE(file.is_open());
+        file << kMemory;
     }
 
-    QString path(const char* name) const { return dir.filePath(name); }
+    void TearDown() override {
+        if (!dir.empty()) {
+            std::error_code ignored;
+            std::filesystem::remove_all(dir, ignored);
+        }
+    }
 
-    QStringList simulatorArgs(const QStringList& transport) const {
-        return transport + QStringList{"--stations",       "1,2,3",  "--memory",
-                                       path("memory.txt"), "--dump", path("plc.txt")};
+    std::string path(const char* name) const { return dir + "/" + name; }
+
+    std::vector<std::string> simulatorArgs(std::vector<std::string> transport) const {
+        const std::vector<std::string> common{"--stations",       "1,2,3",  "--memory",
+                                              path("memory.txt"), "--dump", path("plc.txt")};
+        transport.insert(transport.end(), common.begin(), common.end());
+        return transport;
     }
 
     // Every word of the driver's image equals the PLC's word; returns the PLC's memory.
@@ -59,12 +86,12 @@ protected:
         return plc;
     }
 
-    QTemporaryDir dir;
+    std::string dir;
 };
 
 TEST_F(ToolsEndToEnd, ReadsAndWritesOverAPseudoTerminal) {
     Simulator plc(simulatorArgs({"--pty"}));
-    ASSERT_TRUE(plc.endpoint().startsWith("/dev/")) << "no pseudo-terminal";
+    ASSERT_TRUE(startsWith(plc.endpoint(), "/dev/")) << "no pseudo-terminal";
     const HostRun run = runHost({"--device",        plc.endpoint(), "--turnaround",
                                  kTurnaround,       "--scans",      "3",
                                  "--format",        "json",         "--image-dump",
@@ -73,17 +100,17 @@ TEST_F(ToolsEndToEnd, ReadsAndWritesOverAPseudoTerminal) {
                                  "29:12.1=1",       "14:100:2",     "2:35:20",
                                  "29:10.3",         "14:200:2",     "29:12.1"});
     ASSERT_TRUE(plc.stop());
-    ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    ASSERT_EQ(run.exitCode, 0) << run.errors;
 
     EXPECT_EQ(run.values("14:100:2"), words({0x1234, 0xABCD}));
-    QJsonArray bits = words({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0});
+    const nlohmann::json bits = words({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0});
     EXPECT_EQ(run.values("2:35:20"), bits);  // bits 35, 40 (written) and 48
     EXPECT_EQ(run.values("29:10.3"), words({1}));
     EXPECT_EQ(run.values("14:200:2"), words({0x5678, 0x9ABC}));
     EXPECT_EQ(run.values("29:12.1"), words({1}));
-    EXPECT_EQ(run.writes.size(), 3);
-    EXPECT_EQ(run.writes.values(), QList<QString>({"done", "done", "done"}));
-    EXPECT_EQ(run.stats["scans"].toInt(), 3);
+    EXPECT_EQ(run.writes.size(), 3u);
+    EXPECT_EQ(run.writeResults(), std::vector<std::string>({"done", "done", "done"}));
+    EXPECT_EQ(run.stats.value("scans", 0), 3);
 
     const Memory memory = expectImageMatchesPlc();
     EXPECT_EQ(memory.at({1, kCode14, 200}), 0x5678);
@@ -94,7 +121,7 @@ TEST_F(ToolsEndToEnd, ReadsAndWritesOverAPseudoTerminal) {
 
 TEST_F(ToolsEndToEnd, RemoteFramesOverTcpToSeveralStationsWithOneSwitchedOff) {
     Simulator plc(simulatorArgs({"--tcp", "127.0.0.1:0"}));
-    ASSERT_TRUE(plc.endpoint().startsWith("127.0.0.1:")) << "no TCP port";
+    ASSERT_TRUE(startsWith(plc.endpoint(), "127.0.0.1:")) << "no TCP port";
     const HostRun run = runHost({"--tcp",         plc.endpoint(),
                                  "--turnaround",  kTurnaround,
                                  "--remote-mode", "--per-var-station",
@@ -109,7 +136,7 @@ TEST_F(ToolsEndToEnd, RemoteFramesOverTcpToSeveralStationsWithOneSwitchedOff) {
                                  "14:0@3",        "14:5@1",
                                  "1:0:3@2",       "29:20.15@2"});
     ASSERT_TRUE(plc.stop());
-    ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    ASSERT_EQ(run.exitCode, 0) << run.errors;
 
     EXPECT_EQ(run.values("14:0@2"), words({0x2222}));
     EXPECT_EQ(run.state("14:0@2"), "ok");
@@ -118,7 +145,7 @@ TEST_F(ToolsEndToEnd, RemoteFramesOverTcpToSeveralStationsWithOneSwitchedOff) {
     EXPECT_EQ(run.values("14:5@1"), words({0xBEEF}));
     EXPECT_EQ(run.values("1:0:3@2"), words({1, 1, 1}));
     EXPECT_EQ(run.values("29:20.15@2"), words({1}));
-    EXPECT_EQ(run.writes.values(), QList<QString>({"done", "done", "done"}));
+    EXPECT_EQ(run.writeResults(), std::vector<std::string>({"done", "done", "done"}));
 
     const Memory memory = expectImageMatchesPlc();
     EXPECT_EQ(memory.at({1, kCode14, 5}), 0xBEEF);
@@ -141,12 +168,12 @@ TEST_F(ToolsEndToEnd, FaultsAreRetriedThenAbandonedThenRecovered) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.faults);
-        const HostRun run = runHost({"--sim-options", QString("--fill ramp ") + c.faults,
+        const HostRun run = runHost({"--sim-options", std::string("--fill ramp ") + c.faults,
                                      "--turnaround", kTurnaround, "--retries", "2", "--scans", "3",
                                      "--format", "json", "14:100:2"});
-        EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
-        EXPECT_EQ(run.abandoned(), (QMap<QString, QVariant>{{c.code, c.abandoned}}));
-        EXPECT_EQ(run.stats["retries"].toInt(), 2 * c.abandoned);
+        EXPECT_EQ(run.exitCode, 0) << run.errors;
+        EXPECT_EQ(run.abandoned(), nlohmann::json::object({{c.code, c.abandoned}}));
+        EXPECT_EQ(run.stats.value("retries", 0), 2 * c.abandoned);
         EXPECT_EQ(run.values("14:100:2"), words({100, 101}));
         EXPECT_EQ(run.state("14:100:2"), "ok");
     }
@@ -159,11 +186,11 @@ TEST_F(ToolsEndToEnd, ALateReplyIsNotTakenForTheNextRequests) {
     const HostRun run = runHost({"--sim-options", "--fill ramp --delay 500 --faults-for 1",
                                  "--turnaround", kTurnaround, "--retries", "2", "--scans", "3",
                                  "--format", "json", "14:100:2", "14:200:2"});
-    EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    EXPECT_EQ(run.exitCode, 0) << run.errors;
     EXPECT_EQ(run.values("14:100:2"), words({100, 101}));
     EXPECT_EQ(run.values("14:200:2"), words({200, 201}));
-    EXPECT_EQ(run.stats["retries"].toInt(), 1);
-    EXPECT_TRUE(run.abandoned().isEmpty());
+    EXPECT_EQ(run.stats.value("retries", 0), 1);
+    EXPECT_TRUE(run.abandoned().empty());
 }
 
 TEST_F(ToolsEndToEnd, ASilentStationFailsWhileTheOthersAnswer) {
@@ -171,39 +198,37 @@ TEST_F(ToolsEndToEnd, ASilentStationFailsWhileTheOthersAnswer) {
         runHost({"--sim-options", "--stations 1,2 --silent 2 --fill ramp", "--turnaround",
                  kTurnaround, "--retries", "1", "--per-var-station", "--scans", "2", "--format",
                  "json", "--write", "14:7@2=5", "14:100@1", "14:100@2"});
-    EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    EXPECT_EQ(run.exitCode, 0) << run.errors;
     EXPECT_EQ(run.values("14:100@1"), words({100}));
     EXPECT_EQ(run.state("14:100@1"), "ok");
     EXPECT_EQ(run.state("14:100@2"), "failed 41");
-    EXPECT_EQ(run.writes.value("14:7@2=5"), "failed");
-    EXPECT_EQ(run.abandoned().value("42").toInt(), 1);  // the write, owner 1
-    EXPECT_EQ(run.abandoned().value("41").toInt(), 2);  // one read of station 2 per scan
+    EXPECT_EQ(run.writeResult("14:7@2=5"), "failed");
+    EXPECT_EQ(run.abandoned().value("42", 0), 1);  // the write, owner 1
+    EXPECT_EQ(run.abandoned().value("41", 0), 2);  // one read of station 2 per scan
 }
 
 TEST_F(ToolsEndToEnd, ReportsErrorsAndAPlcThatNeverAnswers) {
     HostRun run = runHost({"--device", "/dev/no-such-line", "14:0"});
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_TRUE(run.errors.contains("cannot open serial device /dev/no-such-line"))
-        << run.errors.toStdString();
+    EXPECT_TRUE(contains(run.errors, "cannot open serial device /dev/no-such-line")) << run.errors;
 
     run = runHost({"--tcp", "127.0.0.1:1", "14:0"});
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_TRUE(run.errors.contains("Connection refused")) << run.errors.toStdString();
+    EXPECT_TRUE(contains(run.errors, "Connection refused")) << run.errors;
+
+    // Built against the other Qt major: refused before it is loaded.
+    run = runHost({"--library", KORVAN_OTHER_QT_DRIVER, "14:0"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(contains(run.errors, "must share one Qt major")) << run.errors;
 
     run = runHost({"14:12x"});
     EXPECT_EQ(run.exitCode, 2);
-    EXPECT_TRUE(run.errors.contains("bad variable text '14:12x'")) << run.errors.toStdString();
+    EXPECT_TRUE(contains(run.errors, "bad variable text '14:12x'")) << run.errors;
 
     run = runHost({"--sim-options", "--silent 1", "--retries", "0", "--turnaround", "50", "--scans",
                    "2", "--format", "json", "14:0"});
     EXPECT_EQ(run.exitCode, 3);
-    EXPECT_TRUE(run.errors.contains("the PLC never answered")) << run.errors.toStdString();
+    EXPECT_TRUE(contains(run.errors, "the PLC never answered")) << run.errors;
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);  // QProcess wants one
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
