@@ -18,6 +18,10 @@ write_basic_package_version_file(${PROJECT_NAME}ConfigVersion.cmake
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${PROJECT_NAME}Config.cmake
     ${CMAKE_CURRENT_BINARY_DIR}/${PROJECT_NAME}ConfigVersion.cmake
     DESTINATION ${korvan_cmake_dir})
+# The package describes Qt 4's QtCore itself, as the build does.
+if(KORVAN_QT_MAJOR STREQUAL "4")
+    install(FILES cmake/qtcore4.cmake DESTINATION ${korvan_cmake_dir})
+endif()
 
 # The .pc file finds the tree relative to itself, so it holds wherever the tree is installed
 # (a staging prefix, /usr in the package).
@@ -60,6 +64,15 @@ set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 # build's binaries.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "libc6 (>= 2.14), libgcc-s1 (>= 3.0), libqt5core5a (>= 5.15.1), libstdc++6 (>= 5)")
+# Debian has no Qt 4 to depend on: a Qt 4 build is packed as a .tar.gz of the installed tree,
+# for a panel image that brings its own Qt 4.
+if(KORVAN_QT_MAJOR STREQUAL "4")
+    set(CPACK_GENERATOR TGZ)
+    set(CPACK_PACKAGE_FILE_NAME
+        "${PROJECT_NAME}-${PROJECT_VERSION}-qt4-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR}")
+else()
+    set(CPACK_GENERATOR DEB)
+endif()
 # CPack asks dpkg, which names the build machine's architecture, not a cross target's.
 if(CMAKE_CROSSCOMPILING)
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")

@@ -17,15 +17,22 @@ install_missing() {
     fi
 }
 
-# Builds the Debian package of a configured build tree and lists what it holds.
+# Packages a configured build tree and lists what the package holds: a Debian package for a
+# Qt 5 build, a .tar.gz of the installed tree for a Qt 4 build.
 make_package() {
     local build_dir=$1
     echo "== $build_dir: package"
-    (cd "$build_dir" && cpack -G DEB >/dev/null)
-    local deb
-    for deb in "$build_dir"/*.deb; do
-        echo "$deb"
-        dpkg-deb --contents "$deb" | awk '$6 !~ /\/$/ {print "    " $6, $7, $8}'
+    rm -f "$build_dir"/*.deb "$build_dir"/*.tar.gz
+    (cd "$build_dir" && cpack >/dev/null)
+    local package
+    for package in "$build_dir"/*.deb "$build_dir"/*.tar.gz; do
+        [[ -e $package ]] || continue
+        echo "$package"
+        if [[ $package == *.deb ]]; then
+            dpkg-deb --contents "$package" | awk '$6 !~ /\/$/ {print "    " $6, $7, $8}'
+        else
+            tar -tvzf "$package" | awk '$6 !~ /\/$/ {print "    " $6, $7, $8}'
+        fi
     done
 }
 

@@ -1,12 +1,17 @@
 #!/usr/bin/env bash
 # Installs what the build needs (Debian packages), then builds and runs every test:
-#   1. the normal build, warnings as errors, with the export-list and install tests; then its
-#      Debian package, and a smoke run of the benchmarks;
+#   1. the normal build (Qt 5), warnings as errors, with the export-list and install tests; then
+#      its Debian package, and a smoke run of the benchmarks;
 #   2. the same suite under AddressSanitizer and UndefinedBehaviorSanitizer;
 #   3. the concurrency tests under ThreadSanitizer;
-#   4. the panel's build: armhf, cross-compiled, every test under qemu (scripts/cross-test.sh),
-#      and its Debian package;
-#   5. a short run of every fuzz target.
+#   4. the panel's Qt, natively: QtCore 4.8.7 built from source, the whole suite against it, and
+#      its .tar.gz package;
+#   5. the panel's whole configuration: armhf against that Qt 4, cross-compiled, every library
+#      test under qemu, the reference host and the simulator exchanging under qemu, and its
+#      package (scripts/cross-test.sh);
+#   6. a short run of every fuzz target.
+# Steps 4 and 5 need the Qt 4 source script (../shared/qt4/build-qtcore4.sh, or the copy that
+# KORVAN_QT4_SOURCE names); without it they say so and are skipped.
 # Exits non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -27,6 +32,13 @@ run_suite() {
     echo "== $name: test"
     # Serial: two tests share the fixed debug log file.
     ctest --test-dir "build/$name" --output-on-failure | tee -a "$summary"
+}
+
+# QtCore 4.8.7 for native or armhf, built once into build/qt4-<target> and kept while the
+# script and its source are unchanged.
+build_qt4() {
+    echo "== qt4-$1: QtCore 4.8.7"
+    bash "$qt4_script" "$1" "build/qt4-$1"
 }
 
 run_suite default -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -50,7 +62,20 @@ echo "== tsan: test"
 TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build/tsan --output-on-failure -R Concurrency |
     tee -a "$summary"
 
-scripts/cross-test.sh armhf | tee -a "$summary"
+# The panel's Qt. The Qt 5 armhf build is not repeated here (the panel runs Qt 4; it stays
+# scripts/cross-test.sh armhf): what it would check beyond the Qt 4 armhf step is Debian's Qt.
+qt4_script=${KORVAN_QT4_SOURCE:-../shared/qt4/build-qtcore4.sh}
+if [[ -f $qt4_script ]]; then
+    install_missing make perl xz-utils g++-arm-linux-gnueabihf
+    build_qt4 native
+    run_suite qt4 -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVAN_BUILD_BENCH=OFF \
+        -DKORVAN_QT_MAJOR=4 -DKORVAN_QT4_PREFIX="$PWD/build/qt4-native"
+    make_package build/qt4
+    build_qt4 armhf
+    scripts/cross-test.sh armhf --qt4 build/qt4-armhf | tee -a "$summary"
+else
+    echo "== qt4: skipped: no Qt 4 source script at $qt4_script (set KORVAN_QT4_SOURCE to one)"
+fi
 
 # A short run of every fuzz target from its seed corpus (new inputs go to a scratch folder).
 echo "== fuzz: configure and build"

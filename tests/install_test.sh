@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
 # Installs a build tree into a fresh prefix, checks what landed there, and builds and runs a
 # tiny host against it both ways an integrator links: the CMake package and pkg-config.
-#   install_test.sh <build dir> <scratch dir> <C++ compiler> <CMake generator> <lib dir>
+#   install_test.sh <build dir> <scratch dir> <C++ compiler> <CMake generator> <lib dir> \
+#       [<Qt 4 prefix>]
+# A Qt 4 build names its Qt 4 prefix, whose QtCore.pc pkg-config must find and whose library the
+# host must load.
 set -euo pipefail
-build=$1 scratch=$2 cxx=$3 generator=$4 libdir=$5
+build=$1 scratch=$2 cxx=$3 generator=$4 libdir=$5 qt4=${6:-}
 consumer=$(cd "$(dirname "$0")/consumer" && pwd)
 prefix=$scratch/prefix
 fail() {
@@ -28,9 +31,15 @@ cmake --build "$scratch/cmake-host" >/dev/null
 "$scratch/cmake-host/korvan_consumer"
 
 echo "== pkg-config"
-flags=$(PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig pkg-config --cflags --libs \
-    korvan_qa_qb_series_port)
+pc_path=$prefix/$libdir/pkgconfig
+rpath=$prefix/$libdir
+if [[ -n $qt4 ]]; then
+    pc_path+=:$qt4/lib/pkgconfig
+    rpath+=:$qt4/lib
+    [[ $(PKG_CONFIG_PATH=$pc_path pkg-config --print-requires korvan_qa_qb_series_port) == \
+        "QtCore >= 4.8" ]] || fail "the pkg-config file does not require Qt 4's QtCore"
+fi
+flags=$(PKG_CONFIG_PATH=$pc_path pkg-config --cflags --libs korvan_qa_qb_series_port)
 # shellcheck disable=SC2086 # the flags are separate words
-"$cxx" -std=c++17 "$consumer/host.cpp" $flags -Wl,-rpath,"$prefix/$libdir" \
-    -o "$scratch/pkg-config-host"
+"$cxx" -std=c++17 "$consumer/host.cpp" $flags -Wl,-rpath,"$rpath" -o "$scratch/pkg-config-host"
 "$scratch/pkg-config-host"
