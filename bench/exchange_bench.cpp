@@ -98,7 +98,7 @@ void hostRead(benchmark::State& state) {
         poller = std::make_unique<BackgroundPoller>();
     }
     const int words = static_cast<int>(state.range(0));
-    const QString address = QStringLiteral("100");
+    const QString address = QString::fromLatin1("100");
     QByteArray out;
     for (auto _ : state) {
         benchmark::DoNotOptimize(GetRegisterData(QString(), kWordArea, address, 1, &out, words));
@@ -119,7 +119,7 @@ void hostWrite(benchmark::State& state) {
     if (state.range(0) != 0) {
         poller = std::make_unique<BackgroundPoller>();
     }
-    const QString address = QStringLiteral("7");
+    const QString address = QString::fromLatin1("7");
     QByteArray value("\x34\x12", 2);
     for (auto _ : state) {
         benchmark::DoNotOptimize(

@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
     bench::ExchangeCase polling = bench::ExchangeCase::read(100);
     const std::vector<double> exchange = timed(samples, clockCost, [&] { polling.once(); });
 
-    const QString address = QStringLiteral("150");  // inside the words the polling stores
+    const QString address = QString::fromLatin1("150");  // inside the words the polling stores
     QByteArray out;
     const auto read = [&] { GetRegisterData(QString(), bench::kWordArea, address, 1, &out, 1); };
     const std::vector<double> alone = timed(samples, clockCost, read);

@@ -43,7 +43,7 @@ std::function<void()> operation(const std::string& name) {
         const int words = numberAfter(name, '/');
         auto out = std::make_shared<QByteArray>();
         return [words, out] {
-            GetRegisterData(QString(), bench::kWordArea, QStringLiteral("100"), 1, out.get(),
+            GetRegisterData(QString(), bench::kWordArea, QString::fromLatin1("100"), 1, out.get(),
                             words);
         };
     }
@@ -52,8 +52,8 @@ std::function<void()> operation(const std::string& name) {
         bench::benchPort().writeMode = 0;  // image only: the write list would fill up
         auto value = std::make_shared<QByteArray>("\x34\x12", 2);
         return [value] {
-            SetRegisterData(QString(), bench::kWordArea, QStringLiteral("7"), 1, value.get(), 1, 1,
-                            1);
+            SetRegisterData(QString(), bench::kWordArea, QString::fromLatin1("7"), 1, value.get(),
+                            1, 1, 1);
         };
     }
     auto exchange = std::make_shared<bench::ExchangeCase>(bench::ExchangeCase::named(name));

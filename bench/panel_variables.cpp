@@ -33,7 +33,7 @@ QList<HOSTVAR> panelVariables(int size) {
         var.station = static_cast<quint8>(station(rng));
         var.count = count(rng);
         if (var.area == kBitOfWordArea) {
-            var.addressText = QStringLiteral("%1.%2").arg(word(rng)).arg(bit(rng));
+            var.addressText = QString::fromLatin1("%1.%2").arg(word(rng)).arg(bit(rng));
         } else {
             const int base = isOctalArea(var.area) ? 8 : 10;
             var.addressText = QString::number(word(rng), base);

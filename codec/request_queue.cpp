@@ -60,7 +60,7 @@ void queueRequest(const unsigned char* frame, int length, int replyLength, int d
                   int dataLength, const RW_VAR& var) {
     // The spare request's frame is written over when nobody else holds it (the host let go of
     // it) and it has this length, as the frames of a cyclic read always do.
-    const QByteArray* spareFrame = spareWillBeTaken() ? &spareRequest.constFirst().frame : nullptr;
+    const QByteArray* spareFrame = spareWillBeTaken() ? &spareRequest.at(0).frame : nullptr;
     const bool inPlace =
         spareFrame != nullptr && spareFrame->isDetached() && spareFrame->size() == length;
     QByteArray fresh;

@@ -8,11 +8,11 @@
 #include <QtCore/QFile>
 #include <QtCore/QTextStream>
 
+#include "driver/qt_compat.h"
 #include "korvan_qa_qb_series_port.h"
 
 QString debugLogTimeStamp(const QDateTime& when) {
-    return when.toString(QStringLiteral("yyyy.MM.dd.hh:mm:ss.")) +
-           QString::number(when.time().msec());
+    return qtcompat::formatWithMilliseconds(when, "yyyy.MM.dd.hh:mm:ss.");
 }
 
 void customMessageHandler(QtMsgType, const char* msg) {
@@ -22,6 +22,7 @@ void customMessageHandler(QtMsgType, const char* msg) {
         return;
     }
     QTextStream out(&file);
-    out << debugLogTimeStamp(QDateTime::currentDateTime()) << ':' << text << Qt::endl;
+    out << debugLogTimeStamp(QDateTime::currentDateTime()) << ':' << text << '\n';
+    out.flush();
     file.close();
 }

@@ -8,7 +8,6 @@
 constexpr const char kDebugLogPath[] = "/tmp/debug.log";
 
 // "yyyy.MM.dd.hh:mm:ss.z" with z the milliseconds without leading zeros (7 ms prints as 7).
-// Qt 5's own "z" pads to three digits, so the stamp is assembled here.
 QString debugLogTimeStamp(const QDateTime& when);
 
 #endif

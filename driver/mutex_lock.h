@@ -9,6 +9,8 @@
 
 #include <QtCore/QMutex>
 
+#include "driver/qt_compat.h"
+
 #if defined(__SANITIZE_THREAD__)
 #define KORVAN_TSAN 1
 #elif defined(__has_feature)
@@ -35,10 +37,9 @@ inline void cpuRelax() {
 #endif
 }
 
-// The driver's mutexes are not recursive, so QBasicMutex's inline try is the whole of tryLock.
 inline bool spinForMutex(QMutex& mutex) {
     for (int i = 0; i < kLockSpinTries; ++i) {
-        if (static_cast<QBasicMutex&>(mutex).tryLock()) {
+        if (qtcompat::tryLockOnce(mutex)) {
             return true;
         }
         cpuRelax();

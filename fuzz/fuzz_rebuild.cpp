@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         h.station = in.byte() % 4;
         h.count = in.count() % 4096;
         h.addressText = in.text();
-        h.nameText = QStringLiteral("v");
+        h.nameText = QString::fromLatin1("v");
         list.append(h);
     }
     const int planned = ReCreatReadVarList(&list);

@@ -7,8 +7,8 @@
 #ifndef KORVAN_QA_QB_SERIES_PORT_H
 #define KORVAN_QA_QB_SERIES_PORT_H
 
+// qglobal.h declares QtMsgType (Qt 5 through the qlogging.h it includes).
 #include <QtCore/qglobal.h>
-#include <QtCore/qlogging.h>
 #include <QtCore/QByteArray>
 #include <QtCore/QList>
 #include <QtCore/QString>

@@ -55,7 +55,7 @@ int parseBitOfWord(const QString& text) {
             return wrapAdd(bit, wrapMul(word, kBitsPerWord));
         }
     }
-    const QStringList parts = text.split(QLatin1Char('.'), Qt::KeepEmptyParts, Qt::CaseSensitive);
+    const QStringList parts = text.split(QLatin1Char('.'));
     if (parts.size() != 2) {
         return kInvalidAddress;
     }

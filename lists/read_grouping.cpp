@@ -40,6 +40,6 @@ void BitVarReCreat(QList<RW_VAR>* list, int max) {
     if (list == nullptr || list->isEmpty()) {
         return;
     }
-    groupBucket(list->cbegin(), list->cend(), max, PLC_driver.readList,
+    groupBucket(list->constBegin(), list->constEnd(), max, PLC_driver.readList,
                 [](const RW_VAR& var) -> const RW_VAR& { return var; });
 }

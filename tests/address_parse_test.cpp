@@ -79,7 +79,7 @@ TEST(AddressParse, AgreesWithQStringToInt) {
 TEST(AddressParse, AgreesForEveryShortDigitString) {
     for (int n = 0; n < 100000; n += 7) {
         for (const QString& text : {QString::number(n), QString::number(n, 8),
-                                    QStringLiteral("%1.%2").arg(n).arg(n % 40)}) {
+                                    QString::fromLatin1("%1.%2").arg(n).arg(n % 40)}) {
             for (int area : {0, 14, 29}) {
                 ASSERT_EQ(StringAddressToInt(area, text), byDefinition(area, text))
                     << area << " '" << text.toStdString() << "'";

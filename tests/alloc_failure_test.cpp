@@ -92,7 +92,7 @@ protected:
         plc.setWord(1, 0x80, 500, 0x5A5A);
         EXPECT_EQ(poll(), 1) << "after allocation " << n;
         QByteArray out;
-        GetRegisterData(QString(), 14, QStringLiteral("500"), 1, &out, 1);
+        GetRegisterData(QString(), 14, QString::fromLatin1("500"), 1, &out, 1);
         EXPECT_EQ(out, QByteArray("\x5A\x5A")) << "after allocation " << n;
     }
 };
@@ -154,9 +154,11 @@ TEST_F(AllocFailureTest, RebuildReturnsWhatItPlanned) {
 TEST_F(AllocFailureTest, HostReadGivesAnEmptyBufferOrTheValue) {
     QByteArray out;
     int result = -1;
+    const QString address =
+        QString::fromLatin1("7");  // made here: only the driver's allocations fail
     const int failures =
         exhaust([&] { driver.registerCache.insert((1ull << 56) | (14ull << 48) | 7, 0x1234); },
-                [&] { result = GetRegisterData(QString(), 14, QStringLiteral("7"), 1, &out, 3); },
+                [&] { result = GetRegisterData(QString(), 14, address, 1, &out, 3); },
                 [&] {
                     EXPECT_EQ(result, 1);
                     EXPECT_TRUE(out.isEmpty() || out == QByteArray("\x34\x12\0\0\0\0", 6));
@@ -167,13 +169,14 @@ TEST_F(AllocFailureTest, HostReadGivesAnEmptyBufferOrTheValue) {
 TEST_F(AllocFailureTest, HostWriteKeepsThePiecesIssued) {
     int result = -1;
     QByteArray values;
+    const QString address = QString::fromLatin1("10");
     const int failures = exhaust(
         [&] {
             info.maxUnits = 2;
             info.writeMode = 2;
             values = QByteArray(12, '\7');
         },
-        [&] { result = SetRegisterData(QString(), 14, QStringLiteral("10"), 1, &values, 6, 1, 1); },
+        [&] { result = SetRegisterData(QString(), 14, address, 1, &values, 6, 1, 1); },
         [&] {
             EXPECT_EQ(result, driver.writeList.size());
             EXPECT_LE(result, 3);

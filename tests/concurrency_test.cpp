@@ -75,7 +75,8 @@ TEST_F(Concurrency, HostWritesWhileRepliesAreStored) {
     std::thread host([this, &hostDone] {
         for (int i = 0; i < kHostWrites; ++i) {
             QByteArray value(2, static_cast<char>(i));
-            SetRegisterData(QString(), 29, QStringLiteral("10.%1").arg(i % 16), 1, &value, 1, 1, i);
+            SetRegisterData(QString(), 29, QString::fromLatin1("10.%1").arg(i % 16), 1, &value, 1,
+                            1, i);
             SetRegisterData(QString(), 14, QString::number(i % 64), 1, &value, 1, 2, i);
         }
         hostDone = true;
@@ -144,7 +145,7 @@ TEST_F(Concurrency, HostThreadsWhilePolling) {
     std::thread reader([this] {
         QByteArray out;
         for (int i = 0; i < kHostRounds * 4; ++i) {
-            GetRegisterData(QString(), i % 2 ? 14 : 29, QStringLiteral("2.1"), 1, &out, 8);
+            GetRegisterData(QString(), i % 2 ? 14 : 29, QString::fromLatin1("2.1"), 1, &out, 8);
             if (i % 100 == 0) {
                 EnCommStation(3, i % 200 == 0 ? 0 : 1);
             }

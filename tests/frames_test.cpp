@@ -16,7 +16,8 @@ protected:
         for (int i = 0; i + 1 < frame.size(); ++i) {
             sum += static_cast<unsigned char>(frame.at(i));
         }
-        return static_cast<unsigned char>(sum) == static_cast<unsigned char>(frame.back());
+        return static_cast<unsigned char>(sum) ==
+               static_cast<unsigned char>(frame.at(frame.size() - 1));
     }
 };
 

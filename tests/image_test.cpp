@@ -137,7 +137,7 @@ TEST_F(RegisterImage, HostReadsOfWordsBitsAndBitsOfWords) {
         EXPECT_EQ(hex(read(c.area, c.address, c.count)), c.expected) << c.area << " " << c.address;
         EXPECT_EQ(readResult, c.result) << c.area << " " << c.address;
     }
-    EXPECT_EQ(GetRegisterData(QString(), 14, QStringLiteral("0"), 1, nullptr, 4), 0);
+    EXPECT_EQ(GetRegisterData(QString(), 14, QString::fromLatin1("0"), 1, nullptr, 4), 0);
     EXPECT_EQ(image(), before);  // reads never insert
 }
 
@@ -165,8 +165,8 @@ TEST_F(RegisterImage, HostWritesAreCutIntoRecordsOfTheBlockLength) {
     EXPECT_EQ(std::vector<int>({first.ownerId, first.itemId, first.direction, first.remoteMode,
                                 first.port, first.area, first.station}),
               std::vector<int>({7, 8, 1, 5, 1, 14, 1}));
-    EXPECT_EQ(first.nameText, QStringLiteral("tag"));
-    EXPECT_EQ(first.addressText, QStringLiteral("100"));
+    EXPECT_EQ(first.nameText, QString::fromLatin1("tag"));
+    EXPECT_EQ(first.addressText, QString::fromLatin1("100"));
     EXPECT_TRUE(image().empty());  // a write to a working link shows once its frame is built
     mirrorQueued();
     EXPECT_EQ(image(),
@@ -193,7 +193,7 @@ TEST_F(RegisterImage, HostWritesAreCutIntoRecordsOfTheBlockLength) {
     driver.writeList.clear();
     info.maxUnits = 100;
     write(14, "0", "01 02 03", 3);
-    EXPECT_EQ(SetRegisterData(QString(), 2, QStringLiteral("0"), 1, nullptr, 9, 0, 0), 2);
+    EXPECT_EQ(SetRegisterData(QString(), 2, QString::fromLatin1("0"), 1, nullptr, 9, 0, 0), 2);
     EXPECT_EQ(pieces(), (Pieces{"0 3: 01 02 03 00 00 00", "0 9: 00 00"}));
 }
 

@@ -82,7 +82,7 @@ TEST_F(Lists, PlainAppendsAndTheWriteListCap) {
     RW_VAR unchecked = hostVar(14, "not an address", 1, 0);
     EXPECT_EQ(AddListOnceReadVar(&unchecked, 1), 2049);
     EXPECT_EQ(AddListOnceReadVar(&unchecked, 1), 2050);  // duplicates too
-    EXPECT_EQ(onceReads().last().addressText, QStringLiteral("not an address"));
+    EXPECT_EQ(onceReads().last().addressText, QString::fromLatin1("not an address"));
     EXPECT_EQ(AddListOnceReadVar(nullptr, 1), 2050);
     EXPECT_EQ(AddListOnceReadVar(nullptr, 0), 0);
 }
@@ -100,7 +100,7 @@ TEST_F(Lists, NormalisingOnceReadsSplitConvertAndSkipDuplicates) {
     EXPECT_EQ(v.address, 250);  // the caller's record is the working copy, past the last piece
     EXPECT_EQ(v.count, 50);
     RW_VAR again = hostVar(20, " 0", 250);
-    again.nameText = QStringLiteral("other");
+    again.nameText = QString::fromLatin1("other");
     again.data = QByteArray("xy");
     again.direction = 1;
     EXPECT_EQ(AddListOnceReadVar(&again, 7), 3);
@@ -223,12 +223,12 @@ TEST_F(Lists, GroupingABucketIntoBlocks) {
 
     // Blocks carry the fields of the variable that opened them.
     QList<RW_VAR> bucket{var(14, 0, 2), var(14, 0, 4), var(14, 5, 20)};
-    bucket[0].nameText = QStringLiteral("first");
+    bucket[0].nameText = QString::fromLatin1("first");
     driver.readList.clear();
     BitVarReCreat(&bucket, 10);
     ASSERT_EQ(spansOf(driver.readList), (Spans{{0, 10}, {10, 10}, {20, 5}}));
     for (const RW_VAR& block : driver.readList) {
-        EXPECT_EQ(block.nameText, QStringLiteral("first"));
+        EXPECT_EQ(block.nameText, QString::fromLatin1("first"));
     }
 }
 
@@ -300,10 +300,10 @@ TEST_F(Lists, RebuildReplacesTheListAndRestartsTheScan) {
     EXPECT_EQ(std::vector<int>({e.ownerId, e.itemId, e.direction, e.remoteMode, e.port, e.result,
                                 e.mark, e.extra}),
               std::vector<int>({0, -1, 0, 3, 9, 0, 0, 0}));
-    EXPECT_EQ(e.nameText, QStringLiteral("level"));
-    EXPECT_EQ(e.addressText, QStringLiteral("35"));
+    EXPECT_EQ(e.nameText, QString::fromLatin1("level"));
+    EXPECT_EQ(e.addressText, QString::fromLatin1("35"));
     EXPECT_TRUE(e.data.isEmpty());
-    EXPECT_EQ(driver.readList.last().nameText, QStringLiteral("a"));
+    EXPECT_EQ(driver.readList.last().nameText, QString::fromLatin1("a"));
 }
 
 // The order of the exchange sort the rebuild promises: adjacent swaps on a strict compare.
@@ -320,7 +320,7 @@ TEST_F(Lists, BubbleSortGivesTheExchangeSortOrderWithTiesInPlace) {
         for (int i = 1; i < expected.size(); ++i) {
             for (int j = expected.size() - 1; j >= i; --j) {
                 if (expected[j].address < expected[j - 1].address) {
-                    expected.swapItemsAt(j, j - 1);
+                    std::swap(expected[j], expected[j - 1]);
                 }
             }
         }
@@ -353,7 +353,7 @@ TEST_F(Lists, RebuildOfRandomListsCoversEveryWordWithDisjointBlocks) {
             const int area = kAreas[pick(0, static_cast<int>(std::size(kAreas)) - 1)];
             const int station = pick(0, 4);
             if (pick(0, 19) == 0) {
-                list.append(cyclicVar(area, QStringLiteral("x"), 1, station));
+                list.append(cyclicVar(area, QString::fromLatin1("x"), 1, station));
                 continue;
             }
             const bool bits = area <= 13 || area == 29;
@@ -362,7 +362,7 @@ TEST_F(Lists, RebuildOfRandomListsCoversEveryWordWithDisjointBlocks) {
             const int first = bits ? pick(0, 400 * 16) : pick(0, 400);
             list.append(cyclicVar(area,
                                   area == 29
-                                      ? QStringLiteral("%1.%2").arg(first / 16).arg(first % 16)
+                                      ? QString::fromLatin1("%1.%2").arg(first / 16).arg(first % 16)
                                       : QString::number(first, area <= 1 ? 8 : 10),
                                   count, station));
             const int lastWord = bits ? (first + count - 1) / 16 : first + count - 1;

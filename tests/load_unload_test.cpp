@@ -54,7 +54,7 @@ TEST(LoadUnload, HundredCyclesWithWorkInBetween) {
 
         EXPECT_EQ(switchedOff(3), 0) << "cycle " << cycle;  // nothing left from the last load
         QByteArray value;
-        EXPECT_EQ(read(QString(), 14, QStringLiteral("7"), 1, &value, 1), 1);
+        EXPECT_EQ(read(QString(), 14, QString::fromLatin1("7"), 1, &value, 1), 1);
         EXPECT_EQ(value, QByteArray(2, '\0')) << "cycle " << cycle;
 
         ComInfo info;
@@ -65,12 +65,12 @@ TEST(LoadUnload, HundredCyclesWithWorkInBetween) {
         setComInfo(&info);
         HOSTVAR tag;
         tag.area = 14;
-        tag.addressText = QStringLiteral("0");
+        tag.addressText = QString::fromLatin1("0");
         tag.count = 8;
         QList<HOSTVAR> tags{tag};
         rebuild(&tags);
         value = QByteArray(2, static_cast<char>(cycle));
-        write(QString(), 14, QStringLiteral("7"), 1, &value, 1, 1, cycle);
+        write(QString(), 14, QString::fromLatin1("7"), 1, &value, 1, 1, cycle);
         switchStation(3, 0);
         for (int round = 0; round < 3; ++round) {
             Protocol* p = next();

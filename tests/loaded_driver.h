@@ -93,7 +93,12 @@ inline QByteArray bytesOf(const char* hexText) {
     return QByteArray::fromHex(hexText);
 }
 inline std::string hex(const QByteArray& bytes) {
-    return bytes.toHex(' ').toUpper().toStdString();
+    const QByteArray digits = bytes.toHex().toUpper();
+    std::string spaced;
+    for (int i = 0; i < digits.size(); i += 2) {
+        spaced += (i > 0 ? " " : "") + std::string(digits.constData() + i, 2);
+    }
+    return spaced;
 }
 inline QByteArray toQt(const plcsim::Bytes& b) {
     return QByteArray(reinterpret_cast<const char*>(b.data()), static_cast<int>(b.size()));
@@ -212,7 +217,8 @@ protected:
     // The register image, ordered by key.
     Image image() const {
         Image out;
-        for (auto it = driver.registerCache.cbegin(); it != driver.registerCache.cend(); ++it) {
+        for (auto it = driver.registerCache.constBegin(); it != driver.registerCache.constEnd();
+             ++it) {
             out[it.key()] = it.value();
         }
         return out;
@@ -268,8 +274,8 @@ protected:
     int write(int area, const char* address, const char* values, int count, int owner = 7,
               int item = 8, int station = 1) {
         QByteArray bytes = bytesOf(values);
-        return SetRegisterData(QStringLiteral("tag"), area, QString::fromLatin1(address), station,
-                               &bytes, count, owner, item);
+        return SetRegisterData(QString::fromLatin1("tag"), area, QString::fromLatin1(address),
+                               station, &bytes, count, owner, item);
     }
 
     // Replaces the cyclic read list by the blocks planned from `list`; their number.

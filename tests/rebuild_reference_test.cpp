@@ -69,21 +69,21 @@ QList<HOSTVAR> randomHosts(std::mt19937& rng) {
         QString text = QString::number(first, area <= 1 ? 8 : 10);
         switch (pick(0, 12)) {
             case 0:
-                text = QStringLiteral(" %1").arg(first);  // through QString::toInt
+                text = QString::fromLatin1(" %1").arg(first);  // through QString::toInt
                 break;
             case 1:
-                text = QStringLiteral("-%1").arg(first);
+                text = QString::fromLatin1("-%1").arg(first);
                 break;
             case 2:
-                text = QStringLiteral("x");
+                text = QString::fromLatin1("x");
                 break;
             default:
                 break;
         }
         if (area == 29) {
-            text = QStringLiteral("%1.%2").arg(first / 16).arg(pick(0, 40));
+            text = QString::fromLatin1("%1.%2").arg(first / 16).arg(pick(0, 40));
         }
-        const QString name = QStringLiteral("v%1").arg(i);
+        const QString name = QString::fromLatin1("v%1").arg(i);
         hosts.append(cyclicVar(area, text, pick(-2, 150), pick(0, 4), ""));
         hosts.last().nameText = name;
     }

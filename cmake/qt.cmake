@@ -1,0 +1,28 @@
+# The Qt the driver is built against, as one target, korvan::QtCore, that everything links.
+#
+#   KORVAN_QT_MAJOR=5 (default)  Qt 5.15 Core, found as a CMake package (Debian's qtbase5-dev).
+#   KORVAN_QT_MAJOR=4            Qt 4.8 Core, the panel runtimes' Qt, from KORVAN_QT4_PREFIX: a
+#                                prefix holding include/QtCore and lib/libQtCore.so.4 (built by
+#                                the Qt 4 script, or an integrator's panel SDK). Qt 4 ships no
+#                                CMake package, so the target is described here.
+#
+# A host and the driver exchange Qt values inside the shared records, so both must be built
+# against the same Qt major.
+set(KORVAN_QT_MAJOR 5 CACHE STRING "Qt major version to build against: 5 or 4")
+set_property(CACHE KORVAN_QT_MAJOR PROPERTY STRINGS 5 4)
+set(KORVAN_QT4_PREFIX "" CACHE PATH "Qt 4.8 prefix (include/QtCore, lib/libQtCore.so.4)")
+
+include(${CMAKE_CURRENT_LIST_DIR}/qtcore4.cmake)
+
+if(KORVAN_QT_MAJOR STREQUAL "5")
+    find_package(Qt5 5.15 REQUIRED COMPONENTS Core)
+    add_library(korvan::QtCore INTERFACE IMPORTED)
+    set_target_properties(korvan::QtCore PROPERTIES INTERFACE_LINK_LIBRARIES Qt5::Core)
+    set(KORVAN_QT_PKG_CONFIG "Qt5Core >= 5.15")
+elseif(KORVAN_QT_MAJOR STREQUAL "4")
+    korvan_import_qtcore4("${KORVAN_QT4_PREFIX}")
+    set(KORVAN_QT_PKG_CONFIG "QtCore >= 4.8")
+else()
+    message(FATAL_ERROR "KORVAN_QT_MAJOR must be 5 or 4, not '${KORVAN_QT_MAJOR}'")
+endif()
+message(STATUS "Building against Qt ${KORVAN_QT_MAJOR}")
