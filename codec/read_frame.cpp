@@ -3,7 +3,6 @@
 //
 //   station | 0x1E or 0x20 | area code | address (24 bits) | count (16 bits) | CRC lo | CRC hi
 #include "codec/area_codes.h"
-#include "codec/check_memo.h"
 #include "codec/frames.h"
 #include "codec/function_codes.h"
 #include "codec/request_queue.h"
@@ -14,6 +13,7 @@
 namespace {
 
 constexpr int kReadFrameLength = 10;
+constexpr int kCrcAt = 8;
 constexpr int kBitsPerGroup = 16;
 
 }  // namespace
@@ -35,10 +35,9 @@ void read_register(const RW_VAR& var) {
     f[5] = static_cast<unsigned char>(first);
     f[6] = static_cast<unsigned char>(units >> 8);
     f[7] = static_cast<unsigned char>(units);
-    static_assert(kReadRequestHeadLength == 8, "the CRC follows byte 7");
-    const unsigned short crc = readRequestCrc(f);
-    f[8] = static_cast<unsigned char>(crc);
-    f[9] = static_cast<unsigned char>(crc >> 8);
+    const unsigned short crc = CalCRC(f, kCrcAt);
+    f[kCrcAt] = static_cast<unsigned char>(crc);
+    f[kCrcAt + 1] = static_cast<unsigned char>(crc >> 8);
 
     const int dataLength = wrapMul(var.count, 2);
     queueRequest(f, kReadFrameLength, wrapAdd(dataLength, kReplyOverhead), kReplyHeaderLength,
