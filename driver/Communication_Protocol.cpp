@@ -4,6 +4,10 @@
 // destroyed when it is unloaded; destruction only releases storage (no callback, no frame).
 #include "driver/Communication_Protocol.h"
 
+#include "codec/area_codes.h"
+#include "driver/areas.h"
+#include "lists/word_units.h"
+
 Communication_Protocol PLC_driver;
 
 void* LB = nullptr;
@@ -32,4 +36,20 @@ void passRetValue(const RW_VAR& from, RW_VAR& to) {
     if (!to.data.isNull()) {
         to.data.clear();
     }
+}
+
+// The three member operations use no member data.
+
+int Communication_Protocol::get_plc_reg(int area) {
+    return imageArea(area);
+}
+
+void Communication_Protocol::update_rw_var(RW_VAR* var) {
+    if (var != nullptr) {
+        toWordUnits(var->area, var->address, var->count);
+    }
+}
+
+unsigned char Communication_Protocol::register_identifier(unsigned char area) {
+    return area < kAreaCodeCount ? kAreaCodes[area] : kNoAreaCode;
 }

@@ -8,7 +8,6 @@
 #include "driver/Communication_Protocol.h"
 #include "driver/areas.h"
 #include "driver/wrapping.h"
-#include "lists/word_units.h"
 
 namespace {
 
@@ -83,14 +82,4 @@ int StringAddressToInt(int area, QString text) {
 
 int PLCAddressChangeIntef(int area, QString text) {
     return StringAddressToInt(area, text);
-}
-
-int Communication_Protocol::get_plc_reg(int area) {
-    return imageArea(area);
-}
-
-void Communication_Protocol::update_rw_var(RW_VAR* var) {
-    if (var != nullptr) {
-        toWordUnits(var->area, var->address, var->count);
-    }
 }
