@@ -27,6 +27,10 @@ KORVAN_API int CheckGetData(const QByteArray* reply);
 // Queues the local read frame for a normalised variable as a one-frame exchange.
 KORVAN_API void read_register(const RW_VAR& var);
 
+// Whether a write record's payload fits one local frame (at most 2037 bytes on the wire). One that
+// does not is never sent: the scheduler reports it failed when its turn comes.
+bool fitsLocalWriteFrame(const RW_VAR& var);
+
 // Queues the local write frames for a write record and mirrors it into the register image
 // unless commFailed is set: write_analog_bit for area 29, write_analog for every other area.
 KORVAN_API void write_register(const RW_VAR& var);

@@ -61,10 +61,6 @@ int wirePayloadLength(const RW_VAR& var) {
     return writesBits(var.area) ? length : length + (length & 1);
 }
 
-bool fitsFrameBuf(const RW_VAR& var) {
-    return wirePayloadLength(var) <= kLargestLocalPayload;
-}
-
 void putWriteHeader(unsigned char* f, const RW_VAR& var, unsigned char function, int areaIndex,
                     int address, int count, int payloadLength) {
     f[0] = static_cast<unsigned char>(var.station);
@@ -75,19 +71,15 @@ void putWriteHeader(unsigned char* f, const RW_VAR& var, unsigned char function,
     f[8] = static_cast<unsigned char>(payloadLength);
 }
 
-// A record too long for any local frame never reaches the wire. Its request sends nothing and
-// still waits for a write reply, station 0 included, so the exchange fails through the usual
-// retries and the host is told the write failed.
-void queueRefusedWrite(const RW_VAR& var) {
-    queueRequest(QByteArray(), kWriteReplyLength, 0, 0, var);
-}
-
 }  // namespace
 
+bool fitsLocalWriteFrame(const RW_VAR& var) {
+    return var.area == kBitOfWordArea || wirePayloadLength(var) <= kLargestLocalPayload;
+}
+
+// The scheduler never hands over a record that does not fit; one that does not queues nothing.
 void write_analog(const RW_VAR& var) {
-    if (!fitsFrameBuf(var)) {
-        queueRefusedWrite(var);
-        beginExchange(1);
+    if (!fitsLocalWriteFrame(var)) {
         return;
     }
     const bool bits = writesBits(var.area);
@@ -144,15 +136,14 @@ void write_analog_bit(const RW_VAR& var) {
 }
 
 void write_register(const RW_VAR& var) {
-    const bool bitOfWord = var.area == kBitOfWordArea;
-    if (bitOfWord) {
+    if (var.area == kBitOfWordArea) {
         write_analog_bit(var);
     } else {
         write_analog(var);
     }
     // The image shows the value once it is on its way: not while the link is down, and never for
     // a record that is not sent at all.
-    if (isCommFailed() || (!bitOfWord && !fitsFrameBuf(var))) {
+    if (isCommFailed() || !fitsLocalWriteFrame(var)) {
         return;
     }
     write_data_to_local(var);

@@ -29,6 +29,10 @@ constexpr int kResultJudgingFailed = 71;
 KORVAN_API int DealDataOfLocalArea(QByteArray* reply, int length);
 KORVAN_API int DealDataOfRemoteArea(QByteArray* reply, int length);
 
+// Reports the write at the front of writeList failed without sending it, once for its host
+// variable, and removes it with that variable's other pieces. listMutex is held.
+void refuseFrontWrite(const ComInfo& info);
+
 // Result code of a verdict kind; failures are offset by the head request's ownerId.
 KORVAN_API int GetDriverReturnValue(int kind);
 KORVAN_API int SwitchErrorReturn(int base);

@@ -57,6 +57,17 @@ void purge(QList<RW_VAR>& list, const RW_VAR& abandoned, bool matchStation) {
     }
 }
 
+}  // namespace
+
+void refuseFrontWrite(const ComInfo& info) {
+    QList<RW_VAR>& list = PLC_driver.writeList;
+    const RW_VAR refused = list.first();
+    reportResult(info, refused, kStatusFailed);
+    purge(list, refused, info.perVarStation != 0);
+}
+
+namespace {
+
 QList<RW_VAR>* sourceList(int source) {
     switch (source) {
         case kSourceReadList:

@@ -57,6 +57,12 @@ int DealDataOfLocalArea(QByteArray* reply, int length) {
     QByteArray bytes = receivedBytes(reply, length);
     switch (CheckGetData(&bytes)) {
         case kReplyStore: {
+            // The word read of a bit-in-word write completes the queued write frame and stores
+            // nothing; it asks writeList under listMutex, which cacheMutex must not enclose.
+            if (PLC_driver.requestQueue.first().var.mark == kMarkBitWordRead) {
+                SpecialRegisterSave(&bytes);
+                return GetDriverReturnValue(kLocalGood);
+            }
             MutexLock lock(PLC_driver.cacheMutex);
             SaveToLocalDataErea(&bytes);
             return GetDriverReturnValue(kLocalGood);
@@ -92,7 +98,7 @@ int DealDataOfRemoteArea(QByteArray* reply, int length) {
         return GetDriverReturnValue(kRemoteGood);
     }
     // Touches only the queued write frame, not the image, so cacheMutex is not needed.
-    SaveToLocalDataErea(&bytes);
+    SpecialRegisterSave(&bytes);
     const ComInfo* info = PLC_driver.comInfo;
     const bool lastFrame = info != nullptr && info->framesAnswered == 1;
     return GetDriverReturnValue(lastFrame ? kRemoteGood : kLocalGood);

@@ -9,6 +9,7 @@
 #include "driver/Communication_Protocol.h"
 #include "driver/list_rotation.h"
 #include "driver/mutex_lock.h"
+#include "driver/polling.h"
 
 namespace {
 
@@ -19,13 +20,20 @@ bool switchedOff(const RW_VAR& entry) {
 }
 
 // Entries of a switched-off station are dropped from the write and once-read lists, without a
-// callback: the host switched the station off and expects nothing from it.
-bool startFromQueue(QList<RW_VAR>& list, int source, int& burst, bool remote,
+// callback: the host switched the station off and expects nothing from it. A local write too
+// long for any frame is not sent either: the host hears that it failed, and the line's state
+// (retries, commFailed, the scan) is left alone, as nothing went wrong on the line.
+bool startFromQueue(QList<RW_VAR>& list, int source, int& burst, const ComInfo& info,
                     void (*local)(const RW_VAR&), void (*remoteBuild)(const RW_VAR&)) {
+    const bool remote = info.remoteMode != 0;
     while (!list.isEmpty()) {
         const RW_VAR& entry = list.first();
         if (switchedOff(entry)) {
             list.removeFirst();
+            continue;
+        }
+        if (source == kSourceWriteList && !remote && !fitsLocalWriteFrame(entry)) {
+            refuseFrontWrite(info);
             continue;
         }
         PLC_driver.currentSource = source;
@@ -57,12 +65,12 @@ void startNextExchange(const ComInfo& info) {
     const bool remote = info.remoteMode != 0;
     // The emptiness checks come first: most exchanges are cyclic reads with nothing else queued.
     if (!d.writeList.isEmpty() && d.writeBurst < kBurstLimit &&
-        startFromQueue(d.writeList, kSourceWriteList, d.writeBurst, remote, write_register,
+        startFromQueue(d.writeList, kSourceWriteList, d.writeBurst, info, write_register,
                        Remote_WriteVar)) {
         return;
     }
     if (!d.onceReadList.isEmpty() && d.onceBurst < kBurstLimit &&
-        startFromQueue(d.onceReadList, kSourceOnceReadList, d.onceBurst, remote, read_register,
+        startFromQueue(d.onceReadList, kSourceOnceReadList, d.onceBurst, info, read_register,
                        Remote_ReadVar)) {
         return;
     }

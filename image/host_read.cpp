@@ -65,9 +65,18 @@ int GetRegisterData(QString, int area, QString address, int station, QByteArray*
     const int first = StringAddressToInt(area, address);
     const bool valid = first >= 0;
     const bool bitForm = valid && isBitForm(area);
+    if (count < 0) {
+        // Qt's fill() takes a negative size as "keep the length": the buffer is zeroed as it is.
+        try {
+            buffer->fill(0);
+        } catch (...) {
+            buffer->clear();  // out of memory to detach a shared buffer: nothing
+        }
+        return valid ? kRead : kInvalidAddress;
+    }
     // No units, or more than a byte array can hold: an empty buffer.
     const qint64 size = bufferSize(bitForm, count);
-    if (count <= 0 || size < 0) {
+    if (count == 0 || size < 0) {
         buffer->clear();
         return valid ? kRead : kInvalidAddress;
     }

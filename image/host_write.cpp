@@ -22,9 +22,9 @@ constexpr int kWriteThrough = 2;
 constexpr int kWriteRequest = 1;
 constexpr int kBitsPerByte = 8;
 constexpr int kBytesPerWord = 2;
-// One host write yields at most as many records as writeList can hold: a longer one could never
-// be queued whole. This also bounds the work a huge count can cause.
-constexpr int kMaxPiecesPerWrite = kMaxListEntries;
+// Far beyond any panel's variable. A longer write is refused whole, so that the work one call
+// can cause stays bounded.
+constexpr int kMostUnitsPerWrite = 1 << 20;
 
 // The host's input buffer; bytes at or beyond its end, or of a missing buffer, read as zero.
 class HostBuffer {
@@ -55,16 +55,6 @@ struct WriteSettings {
     int writeMode;
 };
 
-// The largest number of units a piece may carry. SetComInfo caps maxUnits, but the host owns the
-// record and may raise it later; pieces never exceed the cap, so payloads always fit a frame.
-int blockLength(const ComInfo& info) {
-    return qMin(effectiveMaxUnits(info), kMaxUnitsCap);
-}
-
-int clampedCount(int count, int unitsPerPiece) {
-    return static_cast<int>(qMin<qint64>(count, qint64{kMaxPiecesPerWrite} * unitsPerPiece));
-}
-
 void issue(RW_VAR& record, const WriteSettings& settings) {
     if (settings.writeMode != kWriteThrough) {
         write_data_to_local(record);
@@ -78,10 +68,10 @@ void issue(RW_VAR& record, const WriteSettings& settings) {
 }
 
 void issueBits(RW_VAR& record, const HostBuffer& in, int count, const WriteSettings& settings) {
-    const int piece = settings.blockLength * kBitsPerByte;
+    const qint64 piece = qint64{settings.blockLength} * kBitsPerByte;
     qint64 position = 0;
-    for (int remaining = clampedCount(count, piece); remaining > 0;) {
-        const int n = qMin(remaining, piece);
+    for (int remaining = count; remaining > 0;) {
+        const int n = static_cast<int>(qMin<qint64>(remaining, piece));
         record.count = n;
         record.data = QByteArray((n + kBitsPerByte - 1) / kBitsPerByte, '\0');
         char* packed = record.data.data();
@@ -101,7 +91,7 @@ void issueBits(RW_VAR& record, const HostBuffer& in, int count, const WriteSetti
 void issueWords(RW_VAR& record, const HostBuffer& in, int count, const WriteSettings& settings) {
     const int piece = settings.blockLength;
     qint64 position = 0;
-    for (int remaining = clampedCount(count, piece); remaining > 0;) {
+    for (int remaining = count; remaining > 0;) {
         const int n = qMin(remaining, piece);
         record.count = n;
         record.data = QByteArray(n * kBytesPerWord, '\0');
@@ -117,7 +107,7 @@ void issueBitsOfWords(RW_VAR& record, const HostBuffer& in, int count,
                       const WriteSettings& settings) {
     record.count = 1;
     record.data = QByteArray(1, '\0');
-    for (int i = 0, n = clampedCount(count, 1); i < n; ++i) {
+    for (int i = 0; i < count; ++i) {
         record.data[0] = in.on(i) ? 1 : 0;
         issue(record, settings);
         record.address = wrapAdd(record.address, 1);
@@ -143,7 +133,12 @@ int SetRegisterData(QString nameText, int area, QString address, int station, QB
     if (first < 0 || info == nullptr) {
         return 0;
     }
-    const WriteSettings settings{blockLength(*info), info->writeMode};
+    if (count > kMostUnitsPerWrite) {
+        return writeListSize();
+    }
+    // The host's maxUnits as it is now: the host owns the record and may have raised it after
+    // SetComInfo. A piece too long for a frame is refused when its turn comes.
+    const WriteSettings settings{effectiveMaxUnits(*info), info->writeMode};
 
     RW_VAR record;
     record.ownerId = ownerId;

@@ -5,6 +5,7 @@
 #include "driver/Communication_Protocol.h"
 #include "driver/areas.h"
 #include "driver/bit_word_write.h"
+#include "driver/mutex_lock.h"
 #include "image/cache_key.h"
 #include "image/register_image.h"
 
@@ -51,14 +52,21 @@ void SaveToLocalDataErea(QByteArray* reply) {
 }
 
 // The bit and its new value are taken from the write request's own copy of the record, made
-// while the scheduler held listMutex to build both frames. The head of writeList is the same
-// record, but a host thread may be appending to writeList right now, and listMutex cannot be
-// taken here: reply handling holds cacheMutex, the innermost lock.
+// while the scheduler held listMutex to build both frames: the head of writeList is the same
+// record. Only whether writeList holds a record is asked of the list itself, under listMutex, as a
+// host thread may be appending to it; the caller holds no lock (reply handling does not take
+// cacheMutex for a reply that completes a write, as it stores nothing).
 void SpecialRegisterSave(const QByteArray* reply) {
     QList<Protocol>& queue = PLC_driver.requestQueue;
     if (reply == nullptr || reply->size() < kBitWordReplyLength || queue.size() < 2 ||
         queue.at(1).frame.size() < kBitWordWriteFrameLength) {
         return;
+    }
+    {
+        MutexLock lock(PLC_driver.listMutex);
+        if (PLC_driver.writeList.isEmpty()) {
+            return;
+        }
     }
     const RW_VAR& write = queue.at(1).var;
     const quint16 read = static_cast<quint16>(byteAt(*reply, kBitWordReplyWordOffset) << 8 |

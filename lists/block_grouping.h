@@ -23,14 +23,19 @@ void growLastBlock(QList<RW_VAR>& out, int need, int max);
 
 // A block length of exactly 1 cannot merge neighbours, so only variables at the same address are
 // folded together, into the longest of them. Nothing is split, and overlapping variables at
-// different addresses stay separate entries.
+// different addresses stay separate entries. Variables that ask for no word are skipped, as
+// under the span rule: such a read could never be answered.
 template <typename Iterator, typename RecordOf>
 void foldSameAddress(Iterator first, Iterator last, QList<RW_VAR>& out, RecordOf recordOf) {
-    out.append(recordOf(*first));
-    int previousAddress = first->address;
-    for (Iterator it = first + 1; it != last; ++it) {
-        if (it->address != previousAddress) {
+    bool opened = false;
+    int previousAddress = 0;
+    for (Iterator it = first; it != last; ++it) {
+        if (it->count <= 0) {
+            continue;
+        }
+        if (!opened || it->address != previousAddress) {
             out.append(recordOf(*it));
+            opened = true;
         } else if (it->count > out.last().count) {
             out.last().count = it->count;
         }

@@ -64,8 +64,9 @@ TEST_F(RegisterImage, ReadRepliesAreStoredByStationAreaAndWord) {
 }
 
 // The reply to the word read completes the queued write frame: the bit set or cleared in the
-// word read, a fresh CRC, nothing stored. Only the queued requests are consulted, never
-// writeList, which a host thread may be changing meanwhile.
+// word read, a fresh CRC, nothing stored. The bit and its value come from the queued write (the
+// head of writeList, here a record that would clear it, is not read); writeList is only asked
+// whether it holds a write at all.
 TEST_F(RegisterImage, WordReadRepliesCompleteBitOfWordWrites) {
     RW_VAR clearing = writeVar(29, 163, 1, "00");
     AddListWriteVar(&clearing);
@@ -96,8 +97,11 @@ TEST_F(RegisterImage, WordReadRepliesCompleteBitOfWordWrites) {
     QByteArray sixBytes = withCrc(bytesOf("01 20 02 00"));
     SaveToLocalDataErea(&sixBytes);
     EXPECT_EQ(hex(request(1).frame), "01 21 80 00 00 0A 00 01 02 00 00 00 00");
-    driver.requestQueue.removeLast();
     QByteArray reply = withCrc(bytesOf("01 20 02 00 00"));
+    driver.writeList.clear();
+    SaveToLocalDataErea(&reply);
+    EXPECT_EQ(hex(request(1).frame), "01 21 80 00 00 0A 00 01 02 00 00 00 00");
+    driver.requestQueue.removeLast();
     SaveToLocalDataErea(&reply);
     EXPECT_EQ(driver.requestQueue.size(), 1);
     EXPECT_TRUE(image().empty());
@@ -129,7 +133,10 @@ TEST_F(RegisterImage, HostReadsOfWordsBitsAndBitsOfWords) {
         {30, "5", 3, "00 00 00 00 00 00", 1},
         {-4, "5", 1, "00 00", 1},
         {14, "0", 0, "", 1},
-        {14, "0", -3, "", 1},
+        // A negative count keeps the buffer's length, zeroed, as Qt's fill() with a negative size.
+        {14, "0", -3, "00 00 00 00 00 00 00 00", 1},
+        {2, "0", -1, "00 00 00 00 00 00 00 00", 1},
+        {14, "x", -3, "00 00 00 00 00 00 00 00", 0},
         {14, "0", INT_MAX, "", 1},  // two bytes a word do not fit an int
         {14, "x", INT_MAX, "", 0},
     };
@@ -152,9 +159,9 @@ TEST_F(RegisterImage, HostReadsTakeTheStationFromThePortUnlessPerVariable) {
     EXPECT_EQ(hex(read(14, "7", 1, 5)), "EF BE");
 }
 
-// Pieces never exceed the block length, kept between 1 and the cap of 100 even when the host
-// raises it after SetComInfo; bit pieces are eight times as long. Bytes the host did not hand
-// over are written as zero.
+// Pieces are as long as the block length the host's record holds now, even above the 100 that
+// SetComInfo allows (a block length below 1 counts as 1); bit pieces are eight times as long.
+// Bytes the host did not hand over are written as zero.
 TEST_F(RegisterImage, HostWritesAreCutIntoRecordsOfTheBlockLength) {
     info.writeMode = 2;
     info.maxUnits = 2;
@@ -184,11 +191,15 @@ TEST_F(RegisterImage, HostWritesAreCutIntoRecordsOfTheBlockLength) {
 
     driver.writeList.clear();
     info.maxUnits = 250;
-    write(14, "0", "", 250);
-    ASSERT_EQ(driver.writeList.size(), 3);
-    EXPECT_EQ(driver.writeList.at(0).count, 100);
-    EXPECT_EQ(driver.writeList.at(0).data.size(), 200);
-    EXPECT_EQ(driver.writeList.at(2).count, 50);
+    write(14, "0", "", 300);
+    ASSERT_EQ(driver.writeList.size(), 2);
+    EXPECT_EQ(driver.writeList.at(0).count, 250);
+    EXPECT_EQ(driver.writeList.at(0).data.size(), 500);
+    EXPECT_EQ(driver.writeList.at(1).count, 50);
+    driver.writeList.clear();
+    info.maxUnits = INT_MAX;
+    write(2, "0", "", 17);
+    EXPECT_EQ(pieces(), (Pieces{"0 17: 00 00 00"}));
 
     driver.writeList.clear();
     info.maxUnits = 100;
@@ -245,7 +256,8 @@ TEST_F(RegisterImage, WriteModesLinkStateAndStations) {
     EXPECT_EQ(driver.writeList.last().station, 6);
 }
 
-// One host write is at most as many records as the write list holds.
+// An image-only write writes every unit, however many records it takes; only a count far beyond
+// any panel (over 2^20 units) is refused, whole.
 TEST_F(RegisterImage, HostWritesThatNameNothingOrTooMuch) {
     info.writeMode = 2;
     driver.commFailed = 1;  // would mirror anything that got through
@@ -259,11 +271,26 @@ TEST_F(RegisterImage, HostWritesThatNameNothingOrTooMuch) {
     EXPECT_TRUE(image().empty());
 
     info.writeMode = 0;
-    write(14, "0", "", INT_MAX);
-    EXPECT_EQ(driver.registerCache.size(), kMaxListEntries * 100);
+    info.maxUnits = 1;
+    write(14, "0", "", 3000);
+    EXPECT_EQ(driver.registerCache.size(), 3000);
+    EXPECT_EQ(word(14, 2999), 0);
+    EXPECT_TRUE(driver.registerCache.contains(key(14, 2999)));
     driver.registerCache.clear();
-    write(29, "0.0", "", INT_MAX);
-    EXPECT_EQ(driver.registerCache.size(), kMaxListEntries / 16);
+    write(29, "0.0", "", 3000 * 16);
+    EXPECT_EQ(driver.registerCache.size(), 3000);
+    driver.registerCache.clear();
+    info.maxUnits = 100;
+    const std::pair<int, const char*> firstUnits[] = {{14, "0"}, {2, "0"}, {29, "0.0"}};
+    for (const auto& [area, address] : firstUnits) {
+        write(area, address, "", (1 << 20) + 1);
+        write(area, address, "", INT_MAX);
+        EXPECT_TRUE(image().empty()) << area;
+    }
+    info.writeMode = 2;
+    driver.commFailed = 0;
+    info.maxUnits = 1;
+    EXPECT_EQ(write(14, "0", "", 3000), kMaxListEntries);  // the list's own cap
 
     SetComInfo(nullptr);
     driver.registerCache.clear();

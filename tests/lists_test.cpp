@@ -268,6 +268,16 @@ TEST_F(Lists, RebuildOrdersBucketsAndLeavesOutWhatCannotBeRead) {
     info.defaultStation = 4;
     EXPECT_EQ(rebuild(ownStations), 1);
     EXPECT_EQ(blocks(), (Blocks{{4, 14, 1, 2}}));
+
+    // Variables that ask for no word could never be read, whatever the block length.
+    for (int max : {1, 10}) {
+        info.maxUnits = max;
+        EXPECT_EQ(rebuild({cyclicVar(14, "3", 0), cyclicVar(14, "3", 2), cyclicVar(14, "8", -5),
+                           cyclicVar(14, "9", 0), cyclicVar(2, "16", 0)}),
+                  1)
+            << max;
+        EXPECT_EQ(blocks(), (Blocks{{4, 14, 3, 2}})) << max;
+    }
 }
 
 // Everything in readList goes, also what AddListReadVar put there. The scan restarts when there

@@ -222,6 +222,15 @@ TEST_F(Polling, OneResultPerHostVariableAndThePurgeOfAnAbandonedOne) {
     EXPECT_EQ(driver.retVar.ownerId, 4);
     EXPECT_EQ(info.scanDone, 1);
 
+    // A later piece for another port is not one of this port's pieces.
+    results.clear();
+    RW_VAR elsewhere = owned(writeVar(14, 500, 1, "00 00"), 4, 8);
+    elsewhere.port = 2;
+    driver.writeList << owned(writeVar(14, 400, 1, "00 00"), 4, 8) << elsewhere;
+    EXPECT_EQ(poll(), 1);
+    EXPECT_EQ(results, (ResultCalls{{77, 4, 8, 1}}));
+    driver.writeList.clear();
+
     results.clear();
     info.retryLimit = 0;
     info.perVarStation = 1;
@@ -235,6 +244,33 @@ TEST_F(Polling, OneResultPerHostVariableAndThePurgeOfAnAbandonedOne) {
     EXPECT_EQ(driver.writeList.at(0).station, 2);
     EXPECT_EQ(driver.writeList.at(1).itemId, 9);
     EXPECT_EQ(info.scanDone, 0);
+}
+
+// A local write too long for any frame never reaches the wire: the host hears once that the
+// variable failed, its other pieces go with it, and the line's state stays as it was.
+TEST_F(Polling, AWriteTooLongForAFrameFailsWithoutTouchingTheLine) {
+    info.writeMode = 2;
+    info.maxUnits = 1500;  // raised after SetComInfo: pieces of 3,000 bytes
+    info.retryCount = 1;
+    info.scanDone = 1;
+    EXPECT_EQ(write(14, "0", "", 3000, 4, 8), 2);
+    driver.writeList.append(owned(writeVar(14, 9, 1, "01 00"), 5, 9));
+    EXPECT_EQ(poll(), 1);
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(hex(sent[0].left(6)), "01 21 80 00 00 09");  // the write that fits
+    EXPECT_EQ(results, (ResultCalls{{77, 4, 8, 2}, {77, 5, 9, 1}}));
+    EXPECT_TRUE(errors.empty());
+    EXPECT_TRUE(driver.writeList.isEmpty());
+    EXPECT_EQ(driver.commFailed, 0);
+    EXPECT_EQ(info.retryCount, 1);
+    EXPECT_EQ(info.scanDone, 1);
+    EXPECT_EQ(image(), (Image{{key(14, 9), 1}}));  // the refused write is not mirrored
+
+    results.clear();
+    EXPECT_EQ(write(14, "0", "", 1500, 6, 1), 1);  // alone: nothing at all to send
+    EXPECT_EQ(poll(), -1);
+    EXPECT_EQ(results, (ResultCalls{{77, 6, 1, 2}}));
+    EXPECT_TRUE(sent.size() == 1u && driver.requestQueue.isEmpty());
 }
 
 // The first reply of a bit-of-word write leaves the completed write at the head; only the second
