@@ -63,6 +63,13 @@ BENCHMARK(exchangePanel)
     ->Arg(30000)
     ->Arg(100000);
 
+// The same for a 1,000-variable panel, every reply carrying other values than the round before.
+void exchangeChangingPanel(benchmark::State& state) {
+    runExchange(state, bench::ExchangeCase::changingPanel(static_cast<int>(state.range(0))));
+    state.counters["blocks"] = PLC_driver.readList.size();
+}
+BENCHMARK(exchangeChangingPanel)->Name("exchange/panel_changing")->Arg(1000);
+
 // Polls cyclic reads of 100 words, as fast as it can, until told to stop.
 class BackgroundPoller {
 public:

@@ -1,6 +1,7 @@
 #include "exchange_cases.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "driver/Communication_Protocol.h"
 #include "panel_variables.h"
@@ -15,12 +16,30 @@ constexpr int kBitOfWordArea = 29;
 constexpr int kRemotePort = 2;
 constexpr std::size_t kSettlingRounds = 3;
 constexpr int kChangingReplies = 16;
-constexpr int kReplyDataOffset = 3;
+constexpr int kReplyDataOffset = 3;  // station, function, byte count, data..., CRC
+constexpr int kValueStep = 0x11;     // 16 steps reach 0xFF and come back to 0: each differs
 
 // Every station panelVariables() uses answers.
 plcsim::PlcModel& plc() {
     static plcsim::PlcModel model({1, 2, 3, 4, 5, 6, 7, 8});
     return model;
+}
+
+// A read reply with every data byte set to step n of kChangingReplies, its CRC made again.
+QByteArray withNewValues(const QByteArray& reply, int n) {
+    QByteArray changed = reply;
+    auto* bytes = reinterpret_cast<std::uint8_t*>(changed.data());
+    const int crcAt = changed.size() - 2;
+    if (crcAt < kReplyDataOffset || bytes[2] != crcAt - kReplyDataOffset) {
+        throw std::invalid_argument("not a local read reply");
+    }
+    for (int i = kReplyDataOffset; i < crcAt; ++i) {
+        bytes[i] = static_cast<std::uint8_t>(n * kValueStep);
+    }
+    const std::uint16_t crc = plcsim::crc16(bytes, static_cast<std::size_t>(crcAt));
+    bytes[crcAt] = static_cast<std::uint8_t>(crc);
+    bytes[crcAt + 1] = static_cast<std::uint8_t>(crc >> 8);
+    return changed;
 }
 
 }  // namespace
@@ -76,21 +95,12 @@ ExchangeCase ExchangeCase::read(int words) {
     return c;
 }
 
-// Each reply counts up in every word: a changed value on every read, as on a busy machine.
+// Each reply changes every word: a changed value on every read, as on a busy machine.
 ExchangeCase ExchangeCase::changingRead(int words) {
     ExchangeCase c = read(words);
     c.kind_ = Kind::Round;
     for (int n = 0; n < kChangingReplies; ++n) {
-        QByteArray reply = c.first_;
-        auto* bytes = reinterpret_cast<std::uint8_t*>(reply.data());
-        for (int w = 0; w < words; ++w) {
-            bytes[kReplyDataOffset + 2 * w + 1] = static_cast<std::uint8_t>(n);
-        }
-        const std::size_t crcAt = static_cast<std::size_t>(reply.size()) - 2;
-        const std::uint16_t crc = plcsim::crc16(bytes, crcAt);
-        bytes[crcAt] = static_cast<std::uint8_t>(crc);
-        bytes[crcAt + 1] = static_cast<std::uint8_t>(crc >> 8);
-        c.round_.push_back(reply);
+        c.round_.push_back(withNewValues(c.first_, n));
     }
     return c;
 }
@@ -150,6 +160,22 @@ ExchangeCase ExchangeCase::panel(int tags) {
     return c;
 }
 
+// kChangingReplies rounds of the planned list, every word of a round changed from the round
+// before; the driver is at the head of the list, where panel() left it.
+ExchangeCase ExchangeCase::changingPanel(int tags) {
+    ExchangeCase c = panel(tags);
+    std::vector<QByteArray> rounds;
+    rounds.reserve(kChangingReplies * c.round_.size());
+    for (int n = 0; n < kChangingReplies; ++n) {
+        for (const QByteArray& reply : c.round_) {
+            rounds.push_back(withNewValues(reply, n));
+        }
+    }
+    c.round_ = std::move(rounds);
+    c.next_ = 0;
+    return c;
+}
+
 ExchangeCase ExchangeCase::named(const std::string& name) {
     const std::string readPrefix = "read/";
     if (name.compare(0, readPrefix.size(), readPrefix) == 0) {
@@ -167,6 +193,10 @@ ExchangeCase ExchangeCase::named(const std::string& name) {
     }
     if (name == "remote_read") {
         return remoteRead();
+    }
+    const std::string changingPanelPrefix = "panel_changing/";
+    if (name.compare(0, changingPanelPrefix.size(), changingPanelPrefix) == 0) {
+        return changingPanel(std::stoi(name.substr(changingPanelPrefix.size())));
     }
     const std::string panelPrefix = "panel/";
     if (name.compare(0, panelPrefix.size(), panelPrefix) == 0) {

@@ -8,7 +8,10 @@
 //   bit_in_word  one bit-in-word write: read frame, reply, write frame, reply
 //   remote_read  one remote read of 2 words
 //   panel/TAGS   the next cyclic read of the list planned from TAGS panel variables (see
-//                panel_variables.h): the read list goes round, so every block is read in turn
+//                panel_variables.h): the read list goes round, so every block is read in turn;
+//                each block's reply repeats its values round after round
+//   panel_changing/TAGS
+//                the same, each round's replies carrying other values than the round before
 #ifndef KORVAN_BENCH_EXCHANGE_CASES_H
 #define KORVAN_BENCH_EXCHANGE_CASES_H
 
@@ -41,6 +44,7 @@ public:
     static ExchangeCase bitInWord();
     static ExchangeCase remoteRead();
     static ExchangeCase panel(int tags);
+    static ExchangeCase changingPanel(int tags);
     // One of the names above ("read/2", "write", ...); throws std::invalid_argument otherwise.
     static ExchangeCase named(const std::string& name);
 
@@ -55,8 +59,8 @@ private:
     RW_VAR record_;                  // queued again before every write exchange
     QByteArray first_;               // the reply to the first (or only) frame
     QByteArray second_;              // the reply to the write frame of a bit-in-word write
-    std::vector<QByteArray> round_;  // replies given in turn: to one round of a planned read
-                                     // list, or the changing replies of one read
+    std::vector<QByteArray> round_;  // replies given in turn: to one or more rounds of a
+                                     // planned read list, or the changing replies of one read
     std::size_t next_ = 0;
 };
 

@@ -1,10 +1,11 @@
 // Runs one operation of the driver N times inside korvan_counted_loop, so that
 //   valgrind --tool=callgrind --collect-atstart=no --toggle-collect=korvan_counted_loop
-// counts the user-space instructions of exactly those N operations (count_instructions.sh).
+// counts the user-space instructions of exactly those N operations (bench/callgrind.sh).
 //
 //   korvan_instruction_count OPERATION N
 //     OPERATION: an exchange of exchange_cases.h (read/2, write, ...), plan/VARIABLES,
 //     host_read/WORDS or host_write
+//   Prints "read_list N", the blocks of the driver's read list at the end.
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -81,5 +82,7 @@ int main(int argc, char** argv) {
         op();
     }
     korvan_counted_loop(op, std::atoi(argv[2]));
+    // The number of blocks a planned list reads in turn, for the table's labels.
+    std::printf("read_list %d\n", static_cast<int>(PLC_driver.readList.size()));
     return 0;
 }
