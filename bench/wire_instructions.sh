@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Master-side user-space instructions per exchange of the pairs of bench/wire/pairs.sh, under
 # callgrind: the whole polling loop of each master, the peer's library call alone, and the
-# driver's two calls alone inside the reference host.
+# driver's two calls alone inside the reference host, with the CRC computations within them.
 #
 #   bench/wire_instructions.sh BUILD_DIR WORK_DIR EXCHANGES   prints "key value" lines
 set -euo pipefail
@@ -24,6 +24,13 @@ for pair in ours peer floor; do
 done
 echo "wire.peer.library_instructions $(($("$callgrind" inclusive "$work/peer.cg" \
     modbus_read_registers) / exchanges))"
-driver=$(($("$callgrind" inclusive "$work/ours.cg" ComCommunication) +
-    $("$callgrind" inclusive "$work/ours.cg" DataCom)))
-echo "wire.ours.driver_instructions $((driver / $(exchanges_in "$work/ours.cg.log")))"
+costs=$("$callgrind" inclusive "$work/ours.cg" ComCommunication DataCom \
+    'CalCRC(unsigned char*, unsigned short)')
+{
+    read -r communication
+    read -r data
+    read -r checks
+} <<<"$costs"
+done=$(exchanges_in "$work/ours.cg.log")
+echo "wire.ours.driver_instructions $(((communication + data) / done))"
+echo "wire.ours.crc_instructions $((checks / done))"
