@@ -131,3 +131,15 @@ cross_configure() {
         -DCMAKE_SYSROOT="$sysroot" -DCMAKE_BUILD_TYPE=Release \
         -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG" "$@" >/dev/null
 }
+
+# The endpoint a simulator started in the background prints on its first line
+# ("listening ENDPOINT") into FILE, once it is there (at most 10 s).
+simulator_endpoint() {
+    local file=$1 _ endpoint
+    for _ in $(seq 100); do
+        [[ -s $file ]] && break
+        sleep 0.1
+    done
+    read -r _ endpoint <"$file"
+    echo "$endpoint"
+}

@@ -5,6 +5,7 @@
 # Ends by itself a few seconds after the build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/common.sh
 
 scripts/install-deps.sh
 
@@ -28,11 +29,7 @@ trap cleanup EXIT
 "$build/korvan_plc_sim" --tcp 127.0.0.1:0 --stations 1,2 --fill ramp --counter 14:0@1 \
     --counter 14:0@2 >"$work/sim.out" &
 sim_pid=$!
-for _ in $(seq 50); do
-    [[ -s $work/sim.out ]] && break
-    sleep 0.1
-done
-read -r _ endpoint <"$work/sim.out"
+endpoint=$(simulator_endpoint "$work/sim.out")
 echo "== simulated PLC: stations 1 and 2 on $endpoint"
 
 host=("$build/korvan_ref_host" --tcp "$endpoint" --per-var-station)

@@ -4,6 +4,7 @@
 # for two scans. Fails unless the host read the simulator's values.
 #   scripts/emulated-exchange.sh BUILD_DIR QEMU SYSROOT
 set -euo pipefail
+source "$(dirname "$0")/common.sh"
 build=$1 qemu=$2 sysroot=$3
 run() { "$qemu" -L "$sysroot" "$@"; }
 
@@ -16,13 +17,12 @@ cleanup() {
 }
 trap cleanup EXIT
 
-run "$build/korvan_plc_sim" --pty --stations 1 --fill ramp >"$work/sim.out" &
+# Started directly, not through run(), so that $! is the emulator itself and the cleanup's kill
+# ends it; its output goes to files, so that it holds no pipe of the caller's open.
+"$qemu" -L "$sysroot" "$build/korvan_plc_sim" --pty --stations 1 --fill ramp >"$work/sim.out" \
+    2>"$work/sim.err" &
 sim_pid=$!
-for _ in $(seq 100); do
-    [[ -s $work/sim.out ]] && break
-    sleep 0.1
-done
-read -r _ device <"$work/sim.out"
+device=$(simulator_endpoint "$work/sim.out")
 # Every word holds its own address: words 100 and 101 read as 100 and 101.
 run "$build/korvan_ref_host" --device "$device" --turnaround 1000 --scans 2 --format csv \
     14:100:2 >"$work/host.out"
