@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages that the build, the tests and the demo need, if any are
 # missing: CMake, Ninja, g++, clang (for ThreadSanitizer and fuzzing), Qt 5 development files,
-# GoogleTest, Google Benchmark, pkg-config. Packages named as arguments are installed too (the
+# GoogleTest, Google Benchmark, pkg-config, nlohmann-json (the end-to-end tests read the reference
+# host's JSON lines with it). Packages named as arguments are installed too (the
 # benchmarks add their peer and their tools).
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
