@@ -15,9 +15,10 @@ foreach(line IN LISTS lines)
     endif()
     set(name "${CMAKE_MATCH_1}")
     # The driver's globals, then what the compiler and linker put there (the names that start
-    # with an underscore, exception-handling references, the destructor guard).
+    # with an underscore, exception-handling references, the destructor guard, ARM's mapping
+    # symbols such as $d).
     if(name MATCHES "^(PLC_driver|LB|LW|RWI)$" OR name MATCHES "^_" OR name MATCHES "^DW\\.ref\\."
-       OR name MATCHES "^completed\\.[0-9]+$")
+       OR name MATCHES "^completed\\.[0-9]+$" OR name MATCHES "^\\$[adtx](\\.|$)")
         continue()
     endif()
     list(APPEND found "${name}")
