@@ -30,7 +30,9 @@ QByteArray withNewValues(const QByteArray& reply, int n) {
     QByteArray changed = reply;
     auto* bytes = reinterpret_cast<std::uint8_t*>(changed.data());
     const int crcAt = changed.size() - 2;
-    if (crcAt < kReplyDataOffset || bytes[2] != crcAt - kReplyDataOffset) {
+    // The byte count keeps only 8 bits of a long block's length.
+    if (crcAt < kReplyDataOffset ||
+        bytes[2] != static_cast<std::uint8_t>(crcAt - kReplyDataOffset)) {
         throw std::invalid_argument("not a local read reply");
     }
     for (int i = kReplyDataOffset; i < crcAt; ++i) {
