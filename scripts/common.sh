@@ -133,7 +133,7 @@ cross_configure() {
 }
 
 # The endpoint a simulator started in the background prints on its first line
-# ("listening ENDPOINT") into FILE, once it is there (at most 10 s).
+# ("pty /dev/pts/3", "tcp 127.0.0.1:5020") into FILE, once it is there (at most 10 s).
 simulator_endpoint() {
     local file=$1 _ endpoint
     for _ in $(seq 100); do

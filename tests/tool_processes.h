@@ -222,7 +222,7 @@ public:
     }
 
 private:
-    // "listening /dev/pts/5" gives "/dev/pts/5".
+    // "pty /dev/pts/5" gives "/dev/pts/5".
     static std::string secondWord(std::string line) {
         while (!line.empty() && std::isspace(static_cast<unsigned char>(line.back()))) {
             line.pop_back();
