@@ -6,21 +6,18 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
-#include <cctype>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -47,8 +44,8 @@ inline Memory readMemory(const std::string& path) {
 namespace tool_processes {
 
 using Clock = std::chrono::steady_clock;
-// How often a run checks whether its process has ended while its pipes stay quiet.
-constexpr int kExitPollMs = 20;
+// How often a wait checks again.
+constexpr int kPollMs = 10;
 
 inline std::string joined(const std::vector<std::string>& args) {
     std::string text;
@@ -58,37 +55,30 @@ inline std::string joined(const std::vector<std::string>& args) {
     return text;
 }
 
-// Both ends close on exec, so that a process started later holds neither; the read end does not
-// block, so that one pass takes what is there.
-inline bool openPipe(tools::UniqueFd& readEnd, tools::UniqueFd& writeEnd) {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
-        return false;
+// An unnamed temporary file, for a program's output: unlike a pipe it never fills up and stops
+// the program, and it is read whenever the test likes. Gone when closed.
+inline tools::UniqueFd outputFile() {
+    tools::UniqueFd fd;
+    if (std::FILE* f = std::tmpfile()) {
+        fd.reset(fcntl(fileno(f), F_DUPFD_CLOEXEC, 0));
+        std::fclose(f);
     }
-    readEnd.reset(fds[0]);
-    writeEnd.reset(fds[1]);
-    return fcntl(fds[0], F_SETFL, O_NONBLOCK) == 0;
+    return fd;
 }
 
-// Appends all that `fd` holds now; false once the writers are gone (or on an error).
-inline bool readAvailable(int fd, std::string* to) {
+// What `fd` holds from its start (the offset the program writes at is left alone).
+inline std::string contents(int fd) {
+    std::string text;
     char buffer[4096];
-    for (;;) {
-        const ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n > 0) {
-            if (to != nullptr) {
-                to->append(buffer, static_cast<std::size_t>(n));
-            }
-        } else if (n == 0) {
-            return false;
-        } else if (errno != EINTR) {
-            return errno == EAGAIN || errno == EWOULDBLOCK;
-        }
+    for (ssize_t n; (n = pread(fd, buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0;) {
+        text.append(buffer, static_cast<std::size_t>(n));
     }
+    return text;
 }
 
 // Starts `program` with the test's environment, no input, and `out` and `err` as its stdout and
-// stderr (-1: the test's own). Returns its pid, or -1 after a failure naming the cause.
+// stderr (-1: the test's own), with the signal handling a shell would give it. Returns its pid,
+// or -1 after a failure naming the cause.
 inline pid_t spawn(const char* program, const std::vector<std::string>& args, int out, int err) {
     std::vector<std::string> words{program};
     words.insert(words.end(), args.begin(), args.end());
@@ -107,7 +97,6 @@ inline pid_t spawn(const char* program, const std::vector<std::string>& args, in
     if (err >= 0) {
         posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
     }
-    // A program gets the signal handling it would get from a shell, whatever the test runner's.
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     sigset_t signals;
@@ -128,78 +117,50 @@ inline pid_t spawn(const char* program, const std::vector<std::string>& args, in
     return pid;
 }
 
-inline pid_t reap(pid_t pid, int* status, int options) {
-    pid_t r;
-    do {
-        r = waitpid(pid, status, options);
-    } while (r < 0 && errno == EINTR);
-    return r;
-}
-
-inline void killAndReap(pid_t pid) {
-    kill(pid, SIGKILL);
-    reap(pid, nullptr, 0);
-}
-
-// True when `pid` ended within `timeoutMs`, with its wait status in `status`.
-inline bool waitForExit(pid_t pid, int* status, int timeoutMs) {
+// True when `pid` ended within `timeoutMs`, with its wait status in `status`; otherwise it is
+// killed when `killLate` says so.
+inline bool waitForExit(pid_t pid, int* status, int timeoutMs, bool killLate) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (;;) {
-        const pid_t r = reap(pid, status, WNOHANG);
-        if (r == pid || r < 0) {
-            return r == pid;
+    while (Clock::now() < deadline) {
+        if (waitpid(pid, status, WNOHANG) == pid) {
+            return true;
         }
-        if (Clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(kExitPollMs));
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
     }
-}
-
-inline int millisecondsUntil(Clock::time_point deadline) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    return static_cast<int>(std::max<decltype(left)>(left, 0));
+    if (killLate) {
+        kill(pid, SIGKILL);
+        waitpid(pid, status, 0);
+    }
+    return false;
 }
 
 }  // namespace tool_processes
 
-// A simulator started for one test; `endpoint()` is its pseudo-terminal or TCP address.
+// A simulator started for one test; `endpoint()` is its pseudo-terminal or TCP address, the
+// second word of its first line ("pty /dev/pts/5"). Its stderr stays the test's.
 class Simulator {
 public:
-    explicit Simulator(const std::vector<std::string>& args) {
-        using namespace tool_processes;
-        tools::UniqueFd writeEnd;
-        if (!openPipe(output_, writeEnd)) {
-            ADD_FAILURE() << "cannot make a pipe: " << std::strerror(errno);
-            return;
-        }
-        // Its stderr stays the test's: what it reports is then in the test's output.
-        pid_ = spawn(KORVAN_PLC_SIM, args, writeEnd.get(), -1);
-        writeEnd.reset();
-        if (pid_ < 0) {
-            return;
-        }
+    explicit Simulator(const std::vector<std::string>& args)
+        : output_(tool_processes::outputFile()),
+          pid_(tool_processes::spawn(KORVAN_PLC_SIM, args, output_.get(), -1)) {
+        const auto deadline =
+            tool_processes::Clock::now() + std::chrono::milliseconds(kStartTimeoutMs);
         std::string text;
-        const auto deadline = Clock::now() + std::chrono::milliseconds(kStartTimeoutMs);
-        for (bool open = true; open && text.find('\n') == std::string::npos;) {
-            pollfd p{output_.get(), POLLIN, 0};
-            if (poll(&p, 1, millisecondsUntil(deadline)) == 0) {
-                break;
+        while (pid_ > 0 &&
+               (text = tool_processes::contents(output_.get())).find('\n') == std::string::npos) {
+            if (tool_processes::Clock::now() >= deadline) {
+                return;
             }
-            open = readAvailable(output_.get(), &text);
+            std::this_thread::sleep_for(std::chrono::milliseconds(tool_processes::kPollMs));
         }
-        endpoint_ = secondWord(text.substr(0, text.find('\n')));
-        // The rest of its output is read and dropped, so that a full pipe never stops it.
-        drain_ = std::thread([this] { drain(); });
+        std::istringstream line(text.substr(0, text.find('\n')));
+        std::string kind;
+        line >> kind >> endpoint_;
     }
     ~Simulator() {
         if (pid_ > 0) {
-            tool_processes::killAndReap(pid_);
-        }
-        stopDraining_ = true;
-        if (drain_.joinable()) {
-            drain_.join();
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
         }
     }
     Simulator(const Simulator&) = delete;
@@ -214,7 +175,7 @@ public:
         }
         kill(pid_, SIGTERM);
         int status = 0;
-        if (!tool_processes::waitForExit(pid_, &status, kStartTimeoutMs)) {
+        if (!tool_processes::waitForExit(pid_, &status, kStartTimeoutMs, false)) {
             return false;
         }
         pid_ = -1;
@@ -222,36 +183,9 @@ public:
     }
 
 private:
-    // "pty /dev/pts/5" gives "/dev/pts/5".
-    static std::string secondWord(std::string line) {
-        while (!line.empty() && std::isspace(static_cast<unsigned char>(line.back()))) {
-            line.pop_back();
-        }
-        const std::size_t first = line.find_first_not_of(" \t\r\n\v\f");
-        line.erase(0, first == std::string::npos ? line.size() : first);
-        const std::size_t start = line.find(' ');
-        if (start == std::string::npos) {
-            return {};
-        }
-        return line.substr(start + 1, line.find(' ', start + 1) - (start + 1));
-    }
-
-    void drain() {
-        // Bounded waits: a stray holder of the write end must not keep the test from ending.
-        constexpr int kDrainPollMs = 100;
-        while (!stopDraining_) {
-            pollfd p{output_.get(), POLLIN, 0};
-            if (poll(&p, 1, kDrainPollMs) > 0 && !tool_processes::readAvailable(p.fd, nullptr)) {
-                return;
-            }
-        }
-    }
-
-    pid_t pid_ = -1;
     tools::UniqueFd output_;
+    pid_t pid_;
     std::string endpoint_;
-    std::atomic<bool> stopDraining_{false};
-    std::thread drain_;
 };
 
 // What a host run printed with --format json: the last scan's rows by variable name, the
@@ -305,73 +239,32 @@ private:
 inline HostRun runHost(const std::vector<std::string>& args) {
     using namespace tool_processes;
     HostRun run;
-    tools::UniqueFd out[2];
-    tools::UniqueFd err[2];
-    if (!openPipe(out[0], out[1]) || !openPipe(err[0], err[1])) {
-        ADD_FAILURE() << "cannot make a pipe: " << std::strerror(errno);
-        return run;
-    }
-    const pid_t pid = spawn(KORVAN_REF_HOST, args, out[1].get(), err[1].get());
-    out[1].reset();
-    err[1].reset();
+    const tools::UniqueFd out = outputFile();
+    const tools::UniqueFd err = outputFile();
+    const pid_t pid = spawn(KORVAN_REF_HOST, args, out.get(), err.get());
+    int status = 0;
     if (pid < 0) {
         return run;
     }
-
-    // Both pipes are read as they fill, so that the host never waits on a full one. Its end, not
-    // the pipes' end, ends the run: a simulator it started may still hold its stderr.
-    std::string output;
-    std::string errors;
-    pollfd pipes[2] = {{out[0].get(), POLLIN, 0}, {err[0].get(), POLLIN, 0}};
-    std::string* texts[2] = {&output, &errors};
-    const auto deadline = Clock::now() + std::chrono::milliseconds(kRunTimeoutMs);
-    int status = 0;
-    for (;;) {
-        if (reap(pid, &status, WNOHANG) == pid) {
-            for (int i = 0; i < 2; ++i) {
-                if (pipes[i].fd >= 0) {
-                    readAvailable(pipes[i].fd, texts[i]);
-                }
-            }
-            break;
-        }
-        const int left = millisecondsUntil(deadline);
-        if (left == 0) {
-            killAndReap(pid);
-            ADD_FAILURE() << "the host did not finish: " << joined(args);
-            return run;
-        }
-        // A closed pipe has a negative descriptor, which poll skips.
-        if (poll(pipes, 2, std::min(left, kExitPollMs)) > 0) {
-            for (int i = 0; i < 2; ++i) {
-                if (pipes[i].revents != 0 && !readAvailable(pipes[i].fd, texts[i])) {
-                    pipes[i].fd = -1;
-                }
-            }
-        }
+    if (!waitForExit(pid, &status, kRunTimeoutMs, true)) {
+        ADD_FAILURE() << "the host did not finish: " << joined(args);
+        return run;
     }
     run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    run.errors = errors;
+    run.errors = contents(err.get());
 
-    const auto text = [](const nlohmann::json& o, const char* key) {
-        const auto it = o.find(key);
-        return it != o.end() && it->is_string() ? it->get<std::string>() : std::string();
-    };
-    for (std::size_t start = 0; start < output.size();) {
-        const std::size_t end = std::min(output.find('\n', start), output.size());
-        const nlohmann::json o =
-            nlohmann::json::parse(output.begin() + start, output.begin() + end, nullptr, false);
-        start = end + 1;
+    std::istringstream lines(contents(out.get()));
+    for (std::string line; std::getline(lines, line);) {
+        const nlohmann::json o = nlohmann::json::parse(line, nullptr, false);
         if (!o.is_object()) {
             continue;
         }
         if (o.contains("scan")) {
-            run.lastScan[text(o, "name")] = o;
+            run.lastScan[o.value("name", "")] = o;
         } else if (o.contains("write")) {
-            run.writes[text(o, "write")] = text(o, "status");
-        } else if (o.contains("stats")) {
-            const nlohmann::json& stats = o["stats"];
-            run.stats = stats.is_object() ? stats : nlohmann::json::object();
+            run.writes[o.value("write", "")] = o.value("status", "");
+        } else if (o.contains("stats") && o["stats"].is_object()) {
+            run.stats = o["stats"];
         }
     }
     return run;
