@@ -14,7 +14,6 @@ namespace {
 
 constexpr int kReadFrameLength = 10;
 constexpr int kCrcAt = 8;
-constexpr int kBitsPerGroup = 16;
 
 }  // namespace
 
@@ -22,9 +21,9 @@ void read_register(const RW_VAR& var) {
     const bool bits =
         static_cast<unsigned int>(var.area) <= static_cast<unsigned int>(kLastBitArea);
     const unsigned int first =
-        static_cast<unsigned int>(bits ? wrapMul(var.address, kBitsPerGroup) : var.address);
+        static_cast<unsigned int>(bits ? wrapMul(var.address, kBitsPerWord) : var.address);
     const unsigned int units =
-        static_cast<unsigned int>(bits ? wrapMul(var.count, kBitsPerGroup) : var.count);
+        static_cast<unsigned int>(bits ? wrapMul(var.count, kBitsPerWord) : var.count);
 
     unsigned char* f = PLC_driver.frameBuf;
     f[0] = static_cast<unsigned char>(var.station);
@@ -39,7 +38,7 @@ void read_register(const RW_VAR& var) {
     f[kCrcAt] = static_cast<unsigned char>(crc);
     f[kCrcAt + 1] = static_cast<unsigned char>(crc >> 8);
 
-    const int dataLength = wrapMul(var.count, 2);
+    const int dataLength = wrapMul(var.count, kBytesPerWord);
     queueRequest(f, kReadFrameLength, wrapAdd(dataLength, kReplyOverhead), kReplyHeaderLength,
                  dataLength, var);
     beginExchange(1);

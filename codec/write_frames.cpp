@@ -23,11 +23,8 @@ constexpr int kWriteHeaderLength = 9;  // station .. payload length
 constexpr int kAddressBytes = 3;
 constexpr int kCountBytes = 2;
 constexpr int kCrcLength = 2;
-constexpr int kReadRequest = 0;
-constexpr int kWriteRequest = 1;
 constexpr int kNoMark = 0;
 constexpr int kOneWord = 1;
-constexpr int kBytesPerWord = 2;
 // The largest payload whose frame fits frameBuf.
 constexpr int kLargestLocalPayload = kFrameBufSize - kWriteHeaderLength - kCrcLength;
 

@@ -31,6 +31,10 @@ inline int effectiveMaxUnits(const ComInfo& info) {
 // Size of the buffer in which local frames are assembled.
 constexpr int kFrameBufSize = 2048;
 
+// Values of RW_VAR::direction.
+constexpr int kReadRequest = 0;
+constexpr int kWriteRequest = 1;
+
 // Values of currentSource: which list the current exchange came from.
 constexpr int kSourceReadList = 0;
 constexpr int kSourceWriteList = 1;

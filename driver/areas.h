@@ -14,6 +14,10 @@ constexpr int kLastWordArea = 28;
 constexpr int kBitOfWordArea = 29;
 // Area whose words hold the bits of area 29.
 constexpr int kBitOfWordHostArea = kFirstWordArea;
+// Bytes of one word of a word area, in host buffers, payloads and replies alike.
+constexpr int kBytesPerWord = 2;
+// Bits of one word: a bit area's address over this is the word that holds the bit.
+constexpr int kBitsPerWord = 16;
 
 constexpr bool isBitArea(int area) {
     return area >= 0 && area <= kLastBitArea;

@@ -11,9 +11,9 @@
 
 namespace {
 
-constexpr int kInvalidAddress = 0;
-constexpr int kRead = 1;
-constexpr int kBytesPerWord = 2;
+// Results of GetRegisterData.
+constexpr int kAddressNotParsed = 0;
+constexpr int kReadDone = 1;
 // The longest byte array Qt can allocate: its block, with header and terminator, must stay within
 // INT_MAX bytes. Asking for more would only end in a failed allocation.
 constexpr qint64 kLargestBuffer = INT_MAX - 64;
@@ -60,7 +60,7 @@ void readWords(QByteArray& buffer, quint64 base, qint64 first, int count) {
 int GetRegisterData(QString, int area, QString address, int station, QByteArray* buffer,
                     int count) {
     if (buffer == nullptr) {
-        return kInvalidAddress;
+        return kAddressNotParsed;
     }
     const int first = StringAddressToInt(area, address);
     const bool valid = first >= 0;
@@ -72,17 +72,17 @@ int GetRegisterData(QString, int area, QString address, int station, QByteArray*
         } catch (...) {
             buffer->clear();  // out of memory to detach a shared buffer: nothing
         }
-        return valid ? kRead : kInvalidAddress;
+        return valid ? kReadDone : kAddressNotParsed;
     }
     // No units, or more than a byte array can hold: an empty buffer.
     const qint64 size = bufferSize(bitForm, count);
     if (count == 0 || size < 0) {
         buffer->clear();
-        return valid ? kRead : kInvalidAddress;
+        return valid ? kReadDone : kAddressNotParsed;
     }
     if (!valid) {
         buffer->fill(0, static_cast<int>(size));
-        return kInvalidAddress;
+        return kAddressNotParsed;
     }
     const ComInfo* info = PLC_driver.comInfo;
     if (info != nullptr && info->perVarStation == 0) {
@@ -102,5 +102,5 @@ int GetRegisterData(QString, int area, QString address, int station, QByteArray*
         // Out of memory for the buffer: the host gets nothing rather than a partial value.
         buffer->clear();
     }
-    return kRead;
+    return kReadDone;
 }

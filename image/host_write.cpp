@@ -19,9 +19,7 @@ namespace {
 
 // ComInfo::writeMode that sends host writes to the PLC; any other value updates the image only.
 constexpr int kWriteThrough = 2;
-constexpr int kWriteRequest = 1;
 constexpr int kBitsPerByte = 8;
-constexpr int kBytesPerWord = 2;
 // Far beyond any panel's variable. A longer write is refused whole, so that the work one call
 // can cause stays bounded.
 constexpr int kMostUnitsPerWrite = 1 << 20;

@@ -12,7 +12,6 @@
 namespace {
 
 constexpr int kInvalidAddress = -1;
-constexpr int kBitsPerWord = 16;
 // Digits that cannot overflow an int in base 8 or 10.
 constexpr int kLongestPlainNumber = 9;
 

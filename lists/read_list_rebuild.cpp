@@ -23,7 +23,6 @@ namespace {
 // Entries made by the rebuild belong to no host owner or item.
 constexpr int kRebuildOwnerId = 0;
 constexpr int kRebuildItemId = -1;
-constexpr int kReadDirection = 0;
 constexpr int kNoStation = 0;
 
 // One host variable that takes part, in word units, with its sort keys packed into two numbers
@@ -83,7 +82,7 @@ RW_VAR readEntry(const HOSTVAR& host, const PlannedVar& var, const ComInfo& info
     RW_VAR entry;
     entry.ownerId = kRebuildOwnerId;
     entry.itemId = kRebuildItemId;
-    entry.direction = kReadDirection;
+    entry.direction = kReadRequest;
     entry.remoteMode = info.remoteMode;
     entry.port = info.portId;
     entry.nameText = host.nameText;
