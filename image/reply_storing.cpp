@@ -11,7 +11,6 @@
 
 namespace {
 
-
 unsigned int byteAt(const QByteArray& bytes, int index) {
     return static_cast<unsigned char>(bytes.at(index));
 }
