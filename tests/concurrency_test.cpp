@@ -32,6 +32,12 @@ protected:
         MutexLock lock(driver.cacheMutex);
         SaveToLocalDataErea(&reply);
     }
+    // Completes a bit-of-word write with the word read, as reply handling does: with no lock held,
+    // since the completion asks writeList under listMutex.
+    void completeWrite(const char* word) {
+        QByteArray reply = withCrc(bytesOf("01 20 02") + bytesOf(word));
+        SpecialRegisterSave(&reply);
+    }
 
     // One exchange for the head of writeList, its word read answered 0F 0F, then a cyclic read
     // answered 12 34. False when there was nothing to write. Counts bit-of-word writes completed
@@ -45,7 +51,7 @@ protected:
             write_register(driver.writeList.first());
         }
         if (request(0).var.mark == kMarkBitWordRead) {
-            storeWord("0F 0F");
+            completeWrite("0F 0F");
             const RW_VAR& write = request(1).var;
             const unsigned int mask = 1u << (write.address & 15);
             const unsigned int expected =
