@@ -58,33 +58,29 @@ tcflag_t dataBitsFlag(int bits) {
 
 }  // namespace
 
-const std::set<std::string>& lineOptionNames() {
-    static const std::set<std::string> names{"baud", "data-bits", "parity", "stop-bits"};
-    return names;
+void setBaud(LineSettings& line, const std::string& value) {
+    line.baud = static_cast<int>(parseInteger(value, 1, 4000000, "--baud"));
+    baudCode(line.baud);
 }
 
-bool takeLineOption(LineSettings& line, const std::string& name, const std::string& value) {
-    if (name == "baud") {
-        line.baud = static_cast<int>(parseInteger(value, 1, 4000000, "--baud"));
-        baudCode(line.baud);
-    } else if (name == "data-bits") {
-        line.dataBits = static_cast<int>(parseInteger(value, 5, 8, "--data-bits"));
-    } else if (name == "stop-bits") {
-        line.stopBits = static_cast<int>(parseInteger(value, 1, 2, "--stop-bits"));
-    } else if (name == "parity") {
-        if (value == "none") {
-            line.parity = 'N';
-        } else if (value == "even") {
-            line.parity = 'E';
-        } else if (value == "odd") {
-            line.parity = 'O';
-        } else {
-            throw UsageError("--parity must be none, even or odd, not '" + value + "'");
-        }
+void setDataBits(LineSettings& line, const std::string& value) {
+    line.dataBits = static_cast<int>(parseInteger(value, 5, 8, "--data-bits"));
+}
+
+void setStopBits(LineSettings& line, const std::string& value) {
+    line.stopBits = static_cast<int>(parseInteger(value, 1, 2, "--stop-bits"));
+}
+
+void setParity(LineSettings& line, const std::string& value) {
+    if (value == "none") {
+        line.parity = 'N';
+    } else if (value == "even") {
+        line.parity = 'E';
+    } else if (value == "odd") {
+        line.parity = 'O';
     } else {
-        return false;
+        throw UsageError("--parity must be none, even or odd, not '" + value + "'");
     }
-    return true;
 }
 
 std::string describeLine(const LineSettings& line) {

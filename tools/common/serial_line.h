@@ -3,9 +3,10 @@
 #ifndef KORVAN_TOOLS_SERIAL_LINE_H
 #define KORVAN_TOOLS_SERIAL_LINE_H
 
-#include <set>
 #include <string>
+#include <vector>
 
+#include "command_line.h"
 #include "unique_fd.h"
 
 namespace tools {
@@ -17,10 +18,20 @@ struct LineSettings {
     int stopBits = 1;
 };
 
-// Option names (without dashes) that takeLineOption understands; each takes a value.
-const std::set<std::string>& lineOptionNames();
-// Applies --baud, --data-bits, --parity or --stop-bits; false when `name` is none of them.
-bool takeLineOption(LineSettings& line, const std::string& name, const std::string& value);
+// The values of --baud, --data-bits, --parity and --stop-bits. Throw UsageError.
+void setBaud(LineSettings& line, const std::string& value);
+void setDataBits(LineSettings& line, const std::string& value);
+void setParity(LineSettings& line, const std::string& value);
+void setStopBits(LineSettings& line, const std::string& value);
+
+// Those four options, for a tool whose options hold its LineSettings as `line`.
+template <typename Options>
+std::vector<Option<Options>> lineOptions() {
+    return {{"baud", true, [](Options& o, const std::string& v) { setBaud(o.line, v); }},
+            {"data-bits", true, [](Options& o, const std::string& v) { setDataBits(o.line, v); }},
+            {"parity", true, [](Options& o, const std::string& v) { setParity(o.line, v); }},
+            {"stop-bits", true, [](Options& o, const std::string& v) { setStopBits(o.line, v); }}};
+}
 std::string describeLine(const LineSettings& line);  // "9600 8N1"
 
 // Bits on the wire per character: start bit, data bits, parity bit, stop bits.

@@ -1,5 +1,7 @@
 #include "sim_options.h"
 
+#include <iterator>
+
 #include "command_line.h"
 #include "plc_limits.h"
 
@@ -90,66 +92,81 @@ Faults (replies only; fractions 0..1):
   --help                  this text
 )";
 
+namespace {
+
+using Rule = tools::Option<SimOptions>;
+
+double fraction(const std::string& value, const char* what) {
+    return tools::parseFraction(value, what);
+}
+
+// Every option but the line settings, in the order of the help text.
+const Rule kRules[] = {
+    {"pty", false,
+     [](SimOptions& o, const std::string&) { o.transport = Transport::PseudoTerminal; }},
+    {"device", true,
+     [](SimOptions& o, const std::string& v) {
+         o.transport = Transport::SerialDevice;
+         o.devicePath = v;
+     }},
+    {"tcp", true,
+     [](SimOptions& o, const std::string& v) {
+         o.transport = Transport::Tcp;
+         o.endpoint = tools::parseEndpoint(v, o.endpoint.host);
+     }},
+    {"gap", true,
+     [](SimOptions& o, const std::string& v) {
+         o.gapMs = static_cast<int>(tools::parseInteger(v, kMinGapMs, kMaxGapMs, "--gap"));
+     }},
+    {"stations", true,
+     [](SimOptions& o, const std::string& v) { o.stations = parseStations(v, "--stations"); }},
+    {"memory", true, [](SimOptions& o, const std::string& v) { o.memoryFile = v; }},
+    {"fill", true, [](SimOptions& o, const std::string& v) { o.fill = parseFill(v); }},
+    {"counter", true,
+     [](SimOptions& o, const std::string& v) { o.counters.push_back(parseCounter(v)); }},
+    {"dump", true, [](SimOptions& o, const std::string& v) { o.dumpFile = v; }},
+    {"drop", true,
+     [](SimOptions& o, const std::string& v) { o.faults.drop = fraction(v, "--drop"); }},
+    {"corrupt", true,
+     [](SimOptions& o, const std::string& v) { o.faults.corrupt = fraction(v, "--corrupt"); }},
+    {"misaddress", true,
+     [](SimOptions& o, const std::string& v) {
+         o.faults.misaddress = fraction(v, "--misaddress");
+     }},
+    {"delay", true,
+     [](SimOptions& o, const std::string& v) {
+         o.faults.delayMs = static_cast<int>(tools::parseInteger(v, 0, kMaxDelayMs, "--delay"));
+     }},
+    {"silent", true,
+     [](SimOptions& o, const std::string& v) {
+         o.faults.silentStations = parseStations(v, "--silent");
+     }},
+    {"seed", true,
+     [](SimOptions& o, const std::string& v) {
+         o.faults.seed = static_cast<std::uint64_t>(tools::parseInteger(v, 0, kMaxCount, "--seed"));
+     }},
+    {"faults-for", true,
+     [](SimOptions& o, const std::string& v) {
+         o.faultsFor = tools::parseInteger(v, 1, kMaxCount, "--faults-for");
+     }},
+    {"faults-seconds", true,
+     [](SimOptions& o, const std::string& v) {
+         o.faultsSeconds =
+             static_cast<double>(tools::parseInteger(v, 1, kMaxCount, "--faults-seconds"));
+     }},
+    {"trace", false, [](SimOptions& o, const std::string&) { o.trace = true; }},
+    {"help", false, [](SimOptions& o, const std::string&) { o.help = true; }},
+};
+
+}  // namespace
+
 SimOptions parseSimOptions(int argc, char** argv) {
-    std::set<std::string> withValue{"device", "tcp",     "gap",        "stations",
-                                    "memory", "fill",    "counter",    "dump",
-                                    "drop",   "corrupt", "misaddress", "delay",
-                                    "silent", "seed",    "faults-for", "faults-seconds"};
-    withValue.insert(tools::lineOptionNames().begin(), tools::lineOptionNames().end());
-    const tools::ParsedArgs args =
-        tools::parseArgs(argc, argv, withValue, {"pty", "trace", "help"});
-    if (!args.positional.empty()) {
-        throw tools::UsageError("unexpected argument '" + args.positional.front() + "'");
-    }
+    std::vector<Rule> rules = tools::lineOptions<SimOptions>();
+    rules.insert(rules.end(), std::begin(kRules), std::end(kRules));
     SimOptions o;
-    for (const auto& [name, value] : args.options) {
-        if (tools::takeLineOption(o.line, name, value)) {
-            continue;
-        }
-        if (name == "pty") {
-            o.transport = Transport::PseudoTerminal;
-        } else if (name == "device") {
-            o.transport = Transport::SerialDevice;
-            o.devicePath = value;
-        } else if (name == "tcp") {
-            o.transport = Transport::Tcp;
-            o.endpoint = tools::parseEndpoint(value, o.endpoint.host);
-        } else if (name == "gap") {
-            o.gapMs = static_cast<int>(tools::parseInteger(value, kMinGapMs, kMaxGapMs, "--gap"));
-        } else if (name == "stations") {
-            o.stations = parseStations(value, "--stations");
-        } else if (name == "memory") {
-            o.memoryFile = value;
-        } else if (name == "fill") {
-            o.fill = parseFill(value);
-        } else if (name == "counter") {
-            o.counters.push_back(parseCounter(value));
-        } else if (name == "dump") {
-            o.dumpFile = value;
-        } else if (name == "drop") {
-            o.faults.drop = tools::parseFraction(value, "--drop");
-        } else if (name == "corrupt") {
-            o.faults.corrupt = tools::parseFraction(value, "--corrupt");
-        } else if (name == "misaddress") {
-            o.faults.misaddress = tools::parseFraction(value, "--misaddress");
-        } else if (name == "delay") {
-            o.faults.delayMs =
-                static_cast<int>(tools::parseInteger(value, 0, kMaxDelayMs, "--delay"));
-        } else if (name == "silent") {
-            o.faults.silentStations = parseStations(value, "--silent");
-        } else if (name == "seed") {
-            o.faults.seed =
-                static_cast<std::uint64_t>(tools::parseInteger(value, 0, kMaxCount, "--seed"));
-        } else if (name == "faults-for") {
-            o.faultsFor = tools::parseInteger(value, 1, kMaxCount, "--faults-for");
-        } else if (name == "faults-seconds") {
-            o.faultsSeconds =
-                static_cast<double>(tools::parseInteger(value, 1, kMaxCount, "--faults-seconds"));
-        } else if (name == "trace") {
-            o.trace = true;
-        } else if (name == "help") {
-            o.help = true;
-        }
+    const std::vector<std::string> positional = tools::applyArgs(argc, argv, rules, o);
+    if (!positional.empty()) {
+        throw tools::UsageError("unexpected argument '" + positional.front() + "'");
     }
     return o;
 }

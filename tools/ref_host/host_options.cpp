@@ -1,7 +1,10 @@
 #include "host_options.h"
 
+#include <iterator>
+
 #include "command_line.h"
 #include "plc_limits.h"
+#include "serial_line.h"
 
 namespace refhost {
 
@@ -88,80 +91,94 @@ Exit status: 0 done, 1 error (library, port, connection), 2 bad command line, 3 
 answered.
 )";
 
+namespace {
+
+int integer(const std::string& value, long min, long max, const char* what) {
+    return static_cast<int>(tools::parseInteger(value, min, max, what));
+}
+
+using Rule = tools::Option<HostOptions>;
+
+// Every option but the line settings, in the order of the help text.
+const Rule kRules[] = {
+    {"device", true,
+     [](HostOptions& o, const std::string& v) {
+         o.port = PortKind::SerialDevice;
+         o.devicePath = v;
+     }},
+    {"tcp", true,
+     [](HostOptions& o, const std::string& v) {
+         o.port = PortKind::Tcp;
+         o.endpoint = tools::parseEndpoint(v, "127.0.0.1");
+     }},
+    {"turnaround", true,
+     [](HostOptions& o, const std::string& v) {
+         o.turnaroundMs = integer(v, 0, kMaxTurnaroundMs, "--turnaround");
+     }},
+    {"sim-options", true, [](HostOptions& o, const std::string& v) { o.simulatorOptions = v; }},
+    {"library", true, [](HostOptions& o, const std::string& v) { o.libraryPath = v; }},
+    {"station", true,
+     [](HostOptions& o, const std::string& v) {
+         o.settings.station = integer(v, 1, tools::kMaxStation, "--station");
+     }},
+    {"block-length", true,
+     [](HostOptions& o, const std::string& v) {
+         o.settings.blockLength = integer(v, 1, kMaxBlockLength, "--block-length");
+     }},
+    {"retries", true,
+     [](HostOptions& o, const std::string& v) {
+         o.settings.retries = integer(v, 0, kMaxRetries, "--retries");
+     }},
+    {"write-mode", true,
+     [](HostOptions& o, const std::string& v) {
+         o.settings.writeMode = integer(v, 0, 255, "--write-mode");
+     }},
+    {"remote-mode", false,
+     [](HostOptions& o, const std::string&) { o.settings.remoteMode = true; }},
+    {"per-var-station", false,
+     [](HostOptions& o, const std::string&) { o.settings.perVarStation = true; }},
+    {"off", true,
+     [](HostOptions& o, const std::string& v) {
+         for (long station : tools::parseIntegerList(v, 1, tools::kMaxStation, "--off")) {
+             o.settings.offStations.push_back(static_cast<int>(station));
+         }
+     }},
+    {"tags", true,
+     [](HostOptions& o, const std::string& v) {
+         for (const Variable& variable : readTagFile(v)) {
+             o.variables.push_back(variable);
+         }
+     }},
+    {"write", true,
+     [](HostOptions& o, const std::string& v) { o.writes.push_back(parseWrite(v)); }},
+    {"write-at-scan", true,
+     [](HostOptions& o, const std::string& v) {
+         o.writeAtScan = integer(v, 0, kMaxScans, "--write-at-scan");
+     }},
+    {"write-every-scan", false,
+     [](HostOptions& o, const std::string&) { o.writeEveryScan = true; }},
+    {"cycle", true,
+     [](HostOptions& o, const std::string& v) {
+         o.cycleMs = integer(v, 0, kMaxCycleMs, "--cycle");
+     }},
+    {"scans", true,
+     [](HostOptions& o, const std::string& v) {
+         o.scans = tools::parseInteger(v, 1, kMaxScans, "--scans");
+     }},
+    {"seconds", true, [](HostOptions& o, const std::string& v) { o.seconds = parseSeconds(v); }},
+    {"format", true, [](HostOptions& o, const std::string& v) { o.format = parseFormat(v); }},
+    {"trace", false, [](HostOptions& o, const std::string&) { o.trace = true; }},
+    {"image-dump", true, [](HostOptions& o, const std::string& v) { o.imageDump = v; }},
+    {"help", false, [](HostOptions& o, const std::string&) { o.help = true; }},
+};
+
+}  // namespace
+
 HostOptions parseHostOptions(int argc, char** argv) {
-    std::set<std::string> withValue{
-        "device",        "tcp",     "turnaround", "sim-options", "library", "station",
-        "block-length",  "retries", "write-mode", "off",         "tags",    "write",
-        "write-at-scan", "cycle",   "scans",      "seconds",     "format",  "image-dump"};
-    withValue.insert(tools::lineOptionNames().begin(), tools::lineOptionNames().end());
-    const tools::ParsedArgs args =
-        tools::parseArgs(argc, argv, withValue,
-                         {"remote-mode", "per-var-station", "write-every-scan", "trace", "help"});
+    std::vector<Rule> rules = tools::lineOptions<HostOptions>();
+    rules.insert(rules.end(), std::begin(kRules), std::end(kRules));
     HostOptions o;
-    PortSettings& s = o.settings;
-    for (const auto& [name, value] : args.options) {
-        if (tools::takeLineOption(o.line, name, value)) {
-            continue;
-        }
-        if (name == "device") {
-            o.port = PortKind::SerialDevice;
-            o.devicePath = value;
-        } else if (name == "tcp") {
-            o.port = PortKind::Tcp;
-            o.endpoint = tools::parseEndpoint(value, "127.0.0.1");
-        } else if (name == "turnaround") {
-            o.turnaroundMs =
-                static_cast<int>(tools::parseInteger(value, 0, kMaxTurnaroundMs, "--turnaround"));
-        } else if (name == "sim-options") {
-            o.simulatorOptions = value;
-        } else if (name == "library") {
-            o.libraryPath = value;
-        } else if (name == "station") {
-            s.station =
-                static_cast<int>(tools::parseInteger(value, 1, tools::kMaxStation, "--station"));
-        } else if (name == "block-length") {
-            s.blockLength =
-                static_cast<int>(tools::parseInteger(value, 1, kMaxBlockLength, "--block-length"));
-        } else if (name == "retries") {
-            s.retries = static_cast<int>(tools::parseInteger(value, 0, kMaxRetries, "--retries"));
-        } else if (name == "write-mode") {
-            s.writeMode = static_cast<int>(tools::parseInteger(value, 0, 255, "--write-mode"));
-        } else if (name == "remote-mode") {
-            s.remoteMode = true;
-        } else if (name == "per-var-station") {
-            s.perVarStation = true;
-        } else if (name == "off") {
-            for (long station : tools::parseIntegerList(value, 1, tools::kMaxStation, "--off")) {
-                s.offStations.push_back(static_cast<int>(station));
-            }
-        } else if (name == "tags") {
-            for (const Variable& v : readTagFile(value)) {
-                o.variables.push_back(v);
-            }
-        } else if (name == "write") {
-            o.writes.push_back(parseWrite(value));
-        } else if (name == "write-at-scan") {
-            o.writeAtScan =
-                static_cast<int>(tools::parseInteger(value, 0, kMaxScans, "--write-at-scan"));
-        } else if (name == "cycle") {
-            o.cycleMs = static_cast<int>(tools::parseInteger(value, 0, kMaxCycleMs, "--cycle"));
-        } else if (name == "scans") {
-            o.scans = tools::parseInteger(value, 1, kMaxScans, "--scans");
-        } else if (name == "seconds") {
-            o.seconds = parseSeconds(value);
-        } else if (name == "format") {
-            o.format = parseFormat(value);
-        } else if (name == "write-every-scan") {
-            o.writeEveryScan = true;
-        } else if (name == "trace") {
-            o.trace = true;
-        } else if (name == "image-dump") {
-            o.imageDump = value;
-        } else if (name == "help") {
-            o.help = true;
-        }
-    }
-    for (const std::string& text : args.positional) {
+    for (const std::string& text : tools::applyArgs(argc, argv, rules, o)) {
         o.variables.push_back(parseVariable(text));
     }
     return o;
