@@ -144,7 +144,6 @@ void Poller::poll(const volatile std::sig_atomic_t& stop) {
     }
     const bool cyclic = !options_.variables.empty();
     const auto cycle = std::chrono::milliseconds(options_.cycleMs);
-    auto scansDone = [this] { return options_.scans != 0 && stats_.scans >= options_.scans; };
     for (Clock::time_point now = Clock::now(); !stop && now < deadline_; now = Clock::now()) {
         const bool writesDue =
             !writesIssued_ || (options_.writeEveryScan && lastWriteScan_ != stats_.scans);
@@ -164,26 +163,30 @@ void Poller::poll(const volatile std::sig_atomic_t& stop) {
             scanStarted_ = pause(std::max(now + kIdleWait, scanStarted_ + cycle), stop);
             continue;
         }
-        if (request->var.itemId == kCyclicItem && !retryPending_) {
-            const RW_VAR& read = request->var;
-            const BlockKey block{read.station, read.area, read.address, read.count};
-            // The read list has come round again: the image now holds a whole scan.
-            if (std::binary_search(scanBlocks_.begin(), scanBlocks_.end(), block)) {
-                finishScan(now);
-                if (scansDone()) {
-                    return;
-                }
-                now = pause(scanStarted_ + cycle, stop);  // after the scan was shown
-            }
-            if (scanBlocks_.empty()) {
-                scanStarted_ = now;
-            }
-            // The list runs in order, so a block mostly goes to the end.
-            scanBlocks_.insert(std::upper_bound(scanBlocks_.begin(), scanBlocks_.end(), block),
-                               block);
+        if (request->var.itemId == kCyclicItem && !retryPending_ &&
+            !trackScan(request->var, now, stop)) {
+            return;
         }
         exchange(*request);
     }
+}
+
+bool Poller::trackScan(const RW_VAR& read, Clock::time_point& now,
+                       const volatile std::sig_atomic_t& stop) {
+    const BlockKey block{read.station, read.area, read.address, read.count};
+    if (std::binary_search(scanBlocks_.begin(), scanBlocks_.end(), block)) {
+        finishScan(now);
+        if (scansDone()) {
+            return false;
+        }
+        now = pause(scanStarted_ + std::chrono::milliseconds(options_.cycleMs), stop);
+    }
+    if (scanBlocks_.empty()) {
+        scanStarted_ = now;
+    }
+    // The list runs in order, so a block mostly goes to the end.
+    scanBlocks_.insert(std::upper_bound(scanBlocks_.begin(), scanBlocks_.end(), block), block);
+    return true;
 }
 
 Poller::Clock::time_point Poller::pause(Clock::time_point until,

@@ -48,8 +48,14 @@ private:
     void poll(const volatile std::sig_atomic_t& stop);
     void issueWrites();
     void exchange(const Protocol& request);
+    // Notes the cyclic read about to go out. A block already read in this scan means the read
+    // list has come round: the scan ends, and `now` moves past the pause before the next one.
+    // False when that was the last scan asked for.
+    bool trackScan(const RW_VAR& read, Clock::time_point& now,
+                   const volatile std::sig_atomic_t& stop);
     // Ends the scan at `now`.
     void finishScan(Clock::time_point now);
+    bool scansDone() const { return options_.scans != 0 && stats_.scans >= options_.scans; }
     // Sleeps until `until`, the deadline of the run, or a stop request, whichever comes first;
     // returns the time it ends.
     Clock::time_point pause(Clock::time_point until, const volatile std::sig_atomic_t& stop) const;
