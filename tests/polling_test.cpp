@@ -412,48 +412,6 @@ TEST_F(Polling, RemoteModeWritesAndReads) {
     EXPECT_EQ(results.size(), 2u);
 }
 
-// The PLC model answers literal frames of the wire format from its own memory. It shares no
-// code with the driver, so its agreement with the driver's frames means both follow the format.
-TEST_F(Polling, PlcModelAnswersFramesFromItsMemory) {
-    plc.setWord(1, kCode14, 100, 0x1234);
-    plc.setWord(1, kCode14, 101, 0x5678);
-    plc.setBit(1, 0x01, 32, true);
-    plc.setBit(1, 0x01, 47, true);
-    const struct {
-        const char* request;
-        const char* reply;  // empty: the line stays silent
-    } cases[] = {
-        {"01 20 80 00 00 64 00 02 7F DB", "01 20 04 12 34 56 78 86 54"},
-        {"01 1E 01 00 00 20 00 10 7E 11", "01 1E 02 01 80 BE 18"},  // bits low byte first
-        {"16 00 00 01 01 00 0E 00 00 00 64 00 02 00 00 00 00 00 00 00 00 8C",
-         "01 20 04 12 34 56 78 86 54"},
-        {"01 21 80 00 00 64 00 02 04 AB CD 56 78 AD 74", "01 21 80 00 00 64 00 02 6F 1B"},
-        {"01 21 80 00 00 0A 00 01 02 00 08 92 21", "01 21 80 00 00 0A 00 01 4E C7"},
-        {"00 21 80 00 00 05 00 01 02 AB CD 00 00", ""},  // bad CRC: ignored
-        {"00 21 80 00 00 05 00 01 02 AB CD 29 41", ""},  // a broadcast is carried out silently
-        {"04 20 80 00 00 00 00 01 BE 3A", ""},           // a station not served
-        {"", ""},
-        {"FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF FF", ""},
-    };
-    for (const auto& c : cases) {
-        const QByteArray request = bytesOf(c.request);
-        const plcsim::Reply r = plc.handle(plcsim::Bytes(request.begin(), request.end()));
-        EXPECT_EQ(r.answered, *c.reply != 0) << c.request;
-        EXPECT_EQ(hex(toQt(r.bytes)), c.reply) << c.request;
-    }
-    EXPECT_EQ(plc.stats().ignored, 4);
-    EXPECT_EQ(plc.word(1, kCode14, 100), 0xABCD);
-    EXPECT_EQ(plc.word(1, kCode14, 10), 0x0008);
-    EXPECT_EQ(plc.word(1, kCode14, 5), 0xABCD);
-    EXPECT_EQ(plc.word(3, kCode14, 5), 0xABCD);
-    // A remote word payload is low byte first.
-    const QByteArray remoteWrite =
-        bytesOf("18 00 01 01 01 00 0E 00 00 00 64 00 01 00 00 00 00 00 00 00 00 34 12 D4");
-    EXPECT_EQ(hex(toQt(plc.handle(plcsim::Bytes(remoteWrite.begin(), remoteWrite.end())).bytes)),
-              "01 21 00 0E 00 00 00 64 D8 EF");
-    EXPECT_EQ(plc.word(1, kCode14, 100), 0x1234);
-}
-
 // Injected faults: a reply carrying another station with a right CRC, or one flipped byte, is
 // refused and retried by the driver; drops repeat with their seed.
 TEST_F(Polling, PlcModelFaultsAreRepeatableAndRefusedByTheDriver) {
