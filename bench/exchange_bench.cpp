@@ -9,7 +9,7 @@
 #include <memory>
 #include <thread>
 
-#include "driver/Communication_Protocol.h"
+#include "base/Communication_Protocol.h"
 #include "exchange_cases.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "driver/Communication_Protocol.h"
+#include "base/Communication_Protocol.h"
 #include "panel_variables.h"
 #include "plc_model.h"
 #include "wire_format.h"

@@ -18,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-#include "driver/Communication_Protocol.h"
+#include "base/Communication_Protocol.h"
 #include "exchange_cases.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <memory>
 #include <string>
 
-#include "driver/Communication_Protocol.h"
+#include "base/Communication_Protocol.h"
 #include "exchange_cases.h"
 #include "panel_variables.h"
 

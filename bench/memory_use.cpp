@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "driver/Communication_Protocol.h"
+#include "base/Communication_Protocol.h"
 #include "exchange_cases.h"
 #include "panel_variables.h"
 

@@ -3,8 +3,8 @@
 #include <iterator>
 #include <random>
 
-#include "driver/Communication_Protocol.h"
-#include "driver/areas.h"
+#include "base/Communication_Protocol.h"
+#include "base/areas.h"
 
 namespace bench {
 

@@ -1,7 +1,7 @@
 // Rebuild of the cyclic read list for a panel's worth of variables (see panel_variables.h).
 #include <benchmark/benchmark.h>
 
-#include "driver/Communication_Protocol.h"
+#include "base/Communication_Protocol.h"
 #include "panel_variables.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // Checksums, digit helpers and the validation of replies.
+#include "base/Communication_Protocol.h"
+#include "base/driver_functions.h"
+#include "base/wrapping.h"
 #include "codec/frames.h"
-#include "driver/Communication_Protocol.h"
-#include "driver/wrapping.h"
-#include "korvan_qa_qb_series_port.h"
 
 // Check values of frames. Local frames and every reply end in a CRC-16 (the Modbus
 // parameters: reflected polynomial 0xA001, initial value 0xFFFF, no final XOR), sent low byte
@@ -78,9 +78,7 @@ int ASCIIToDigital(int character) {
     return character <= 0x3F ? character - 0x30 : character - 0x37;
 }
 
-// Validation of a reply against the request at the head of requestQueue: the station byte and
-// the CRC. Function code, byte count and length are not examined here; reply handling compares
-// the length with the request before it asks.
+// Validation of a reply: the station byte and the CRC.
 namespace {
 
 unsigned int byteAt(const QByteArray& bytes, int index) {
@@ -89,12 +87,8 @@ unsigned int byteAt(const QByteArray& bytes, int index) {
 
 }  // namespace
 
-int CheckGetData(const QByteArray* reply) {
-    if (PLC_driver.requestQueue.isEmpty()) {
-        return kReplyInvalid;
-    }
-    const RW_VAR& request = PLC_driver.requestQueue.first().var;
-    if (request.station == 0) {
+int checkReply(const RW_VAR& request, const QByteArray* reply) {
+    if (request.station == kBroadcastStation) {
         return kReplyNothingToStore;  // a broadcast gets no answer
     }
     if (reply == nullptr || reply->size() < kMinReplyLength) {
@@ -107,9 +101,14 @@ int CheckGetData(const QByteArray* reply) {
     // CalCRC does not write through its pointer. Its count is 16 bits wide: a reply longer than
     // any frame is checked over a shortened count and fails, without reading past its end.
     auto* bytes = reinterpret_cast<unsigned char*>(const_cast<char*>(reply->constData()));
-    const unsigned int crc = CalCRC(bytes, static_cast<unsigned short>(size - 2));
+    const unsigned int crc = CalCRC(bytes, static_cast<unsigned short>(size - kCrcLength));
     if (crc != bytes[size - 2] + 256u * bytes[size - 1]) {
         return kReplyInvalid;
     }
     return request.direction != 0 ? kReplyNothingToStore : kReplyStore;
+}
+
+int CheckGetData(const QByteArray* reply) {
+    const QList<Protocol>& queue = PLC_driver.requestQueue;
+    return queue.isEmpty() ? kReplyInvalid : checkReply(queue.first().var, reply);
 }

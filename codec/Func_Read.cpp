@@ -2,13 +2,14 @@
 // groups, so its address and count are scaled by 16 on the wire.
 //
 //   station | 0x1E or 0x20 | area code | address (24 bits) | count (16 bits) | CRC lo | CRC hi
+#include "base/Communication_Protocol.h"
+#include "base/areas.h"
+#include "base/driver_functions.h"
+#include "base/exchange.h"
+#include "base/wrapping.h"
 #include "codec/area_codes.h"
 #include "codec/frames.h"
 #include "codec/function_codes.h"
-#include "codec/request_queue.h"
-#include "driver/Communication_Protocol.h"
-#include "driver/areas.h"
-#include "driver/wrapping.h"
 
 namespace {
 
@@ -17,7 +18,7 @@ constexpr int kCrcAt = 8;
 
 }  // namespace
 
-void read_register(const RW_VAR& var) {
+Protocol readRequest(const RW_VAR& var, unsigned char* f) {
     const bool bits =
         static_cast<unsigned int>(var.area) <= static_cast<unsigned int>(kLastBitArea);
     const unsigned int first =
@@ -25,10 +26,9 @@ void read_register(const RW_VAR& var) {
     const unsigned int units =
         static_cast<unsigned int>(bits ? wrapMul(var.count, kBitsPerWord) : var.count);
 
-    unsigned char* f = PLC_driver.frameBuf;
     f[0] = static_cast<unsigned char>(var.station);
     f[1] = bits ? kReadBits : kReadWords;
-    f[2] = PLC_driver.register_identifier(static_cast<unsigned char>(var.area));
+    f[2] = areaCode(static_cast<unsigned char>(var.area));
     f[3] = static_cast<unsigned char>(first >> 16);
     f[4] = static_cast<unsigned char>(first >> 8);
     f[5] = static_cast<unsigned char>(first);
@@ -39,7 +39,17 @@ void read_register(const RW_VAR& var) {
     f[kCrcAt + 1] = static_cast<unsigned char>(crc >> 8);
 
     const int dataLength = wrapMul(var.count, kBytesPerWord);
-    queueRequest(f, kReadFrameLength, wrapAdd(dataLength, kReplyOverhead), kReplyHeaderLength,
-                 dataLength, var);
-    beginExchange(1);
+    Protocol request;
+    request.frame = QByteArray(reinterpret_cast<const char*>(f), kReadFrameLength);
+    request.sendLength = kReadFrameLength;
+    request.replyLength = wrapAdd(dataLength, kReplyOverhead);
+    request.dataOffset = kReplyHeaderLength;
+    request.dataLength = dataLength;
+    request.var = var;
+    return request;
+}
+
+void read_register(const RW_VAR& var) {
+    Protocol request = readRequest(var, PLC_driver.frameBuf);
+    startExchange(PLC_driver, request);
 }

@@ -7,12 +7,13 @@
 // The length byte counts the whole frame, itself and the checksum included, modulo 256; the
 // checksum is the low byte of the sum of every byte before it. Write payloads go out as held.
 // Replies have the local format. These frames are built in their own byte array, not frameBuf.
+#include "base/Communication_Protocol.h"
+#include "base/areas.h"
+#include "base/driver_functions.h"
+#include "base/exchange.h"
+#include "base/wrapping.h"
 #include "codec/byte_order.h"
 #include "codec/frames.h"
-#include "codec/request_queue.h"
-#include "driver/Communication_Protocol.h"
-#include "driver/register_mirror.h"
-#include "driver/wrapping.h"
 
 namespace {
 
@@ -52,20 +53,30 @@ void closeRemoteFrame(QByteArray& frame) {
 
 }  // namespace
 
-void Remote_ReadVar(const RW_VAR& var) {
-    QByteArray frame = remoteHeader(var);
-    closeRemoteFrame(frame);
-    const int dataLength = wrapMul(var.count, 2);
-    queueRequest(frame, wrapAdd(dataLength, kReplyOverhead), kReplyHeaderLength, dataLength, var);
-    beginExchange(1);
+Protocol remoteReadRequest(const RW_VAR& var) {
+    Protocol request;
+    request.frame = remoteHeader(var);
+    closeRemoteFrame(request.frame);
+    request.sendLength = request.frame.size();
+    request.dataLength = wrapMul(var.count, kBytesPerWord);
+    request.replyLength = wrapAdd(request.dataLength, kReplyOverhead);
+    request.dataOffset = kReplyHeaderLength;
+    request.var = var;
+    return request;
 }
 
-// Mirrored whatever commFailed says, unlike a local write.
-void Remote_WriteVar(const RW_VAR& var) {
-    QByteArray frame = remoteHeader(var);
-    frame.append(var.data);
-    closeRemoteFrame(frame);
-    queueRequest(frame, writeReplyLength(var), 0, 0, var);
-    beginExchange(1);
-    write_data_to_local(var);
+Protocol remoteWriteRequest(const RW_VAR& var) {
+    Protocol request;
+    request.frame = remoteHeader(var);
+    request.frame.append(var.data);
+    closeRemoteFrame(request.frame);
+    request.sendLength = request.frame.size();
+    request.replyLength = writeReplyLength(var.station);
+    request.var = var;
+    return request;
+}
+
+void Remote_ReadVar(const RW_VAR& var) {
+    Protocol request = remoteReadRequest(var);
+    startExchange(PLC_driver, request);
 }

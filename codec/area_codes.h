@@ -18,4 +18,9 @@ static_assert(kAreaCodeCount == 29, "one code for each of the areas 0..28");
 // Area code sent for area 29 and for any index outside the table.
 constexpr unsigned char kNoAreaCode = 0x00;
 
+// The wire code of an area index (its low byte, as frames carry it).
+constexpr unsigned char areaCode(unsigned char area) {
+    return area < kAreaCodeCount ? kAreaCodes[area] : kNoAreaCode;
+}
+
 #endif

@@ -2,10 +2,10 @@
 //
 // PLC_driver is constructed by the library's static initialiser when the library is loaded and
 // destroyed when it is unloaded; destruction only releases storage (no callback, no frame).
-#include "driver/Communication_Protocol.h"
-
+#include "base/Communication_Protocol.h"
+#include "base/areas.h"
+#include "base/driver_functions.h"
 #include "codec/area_codes.h"
-#include "driver/areas.h"
 #include "lists/word_units.h"
 
 Communication_Protocol PLC_driver;
@@ -14,7 +14,19 @@ void* LB = nullptr;
 void* LW = nullptr;
 void* RWI = nullptr;
 
-void copyRecordFields(const RW_VAR& from, RW_VAR& to) {
+namespace {
+
+// `to` takes the value of `from`; a text it already shares (the same list entry completed again,
+// as a cyclic read is every round) is left alone, which saves two atomic reference count changes.
+void assignShared(QString& to, const QString& from) {
+    if (!to.isSharedWith(from)) {
+        to = from;
+    }
+}
+
+}  // namespace
+
+void passRetValue(const RW_VAR& from, RW_VAR& to) {
     to.ownerId = from.ownerId;
     to.itemId = from.itemId;
     to.direction = from.direction;
@@ -29,10 +41,6 @@ void copyRecordFields(const RW_VAR& from, RW_VAR& to) {
     to.count = from.count;
     to.mark = from.mark;
     to.extra = from.extra;
-}
-
-void passRetValue(const RW_VAR& from, RW_VAR& to) {
-    copyRecordFields(from, to);
     if (!to.data.isNull()) {
         to.data.clear();
     }
@@ -51,5 +59,5 @@ void Communication_Protocol::update_rw_var(RW_VAR* var) {
 }
 
 unsigned char Communication_Protocol::register_identifier(unsigned char area) {
-    return area < kAreaCodeCount ? kAreaCodes[area] : kNoAreaCode;
+    return areaCode(area);
 }

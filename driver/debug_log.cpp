@@ -8,7 +8,7 @@
 #include <QtCore/QFile>
 #include <QtCore/QTextStream>
 
-#include "driver/qt_compat.h"
+#include "base/qt_compat.h"
 #include "korvan_qa_qb_series_port.h"
 
 QString debugLogTimeStamp(const QDateTime& when) {

@@ -1,12 +1,12 @@
-// The polling pair's internals: judging a reply against the head request, and result codes.
+// The polling pair's internals: judging a reply to the head request, and result codes.
 #ifndef KORVAN_DRIVER_POLLING_H
 #define KORVAN_DRIVER_POLLING_H
 
 #include <QtCore/QByteArray>
 
-#include "korvan_qa_qb_series_port.h"
+#include "base/Communication_Protocol.h"
 
-// Kinds of verdict on a reply, turned into result codes by GetDriverReturnValue.
+// Kinds of verdict on a reply, turned into result codes by resultCode.
 enum ReplyKind {
     kLocalGood = 0,
     kLocalInvalid = 1,
@@ -24,17 +24,22 @@ constexpr int kResultRemoteGood = 100;
 constexpr int kResultRetryPending = 0;
 constexpr int kResultJudgingFailed = 71;
 
-// Judge the reply for the head of requestQueue and return a result code. A null reply counts as
+// The result code of a verdict kind on a reply to a request of `ownerId`: failures carry the
+// owner, for owners 0..11.
+int resultCode(int kind, int ownerId);
+
+// Judge `reply`, of which the host received `length` bytes, as the answer to `head`, the head of
+// d.requestQueue, store what it carries, and return the result code. A null reply counts as
 // nothing received; a length beyond the bytes the reply holds, or below 0, as a wrong length.
-KORVAN_API int DealDataOfLocalArea(QByteArray* reply, int length);
-KORVAN_API int DealDataOfRemoteArea(QByteArray* reply, int length);
+// The local family stores read data into the register image under cacheMutex; the remote family
+// stores nothing. Both complete a bit-of-word write from its read's reply.
+int judgeLocalReply(Communication_Protocol& d, const Protocol& head, const QByteArray* reply,
+                    int length);
+int judgeRemoteReply(Communication_Protocol& d, const Protocol& head, const QByteArray* reply,
+                     int length);
 
 // Reports the write at the front of writeList failed without sending it, once for its host
 // variable, and removes it with that variable's other pieces. listMutex is held.
-void refuseFrontWrite(const ComInfo& info);
-
-// Result code of a verdict kind; failures are offset by the head request's ownerId.
-KORVAN_API int GetDriverReturnValue(int kind);
-KORVAN_API int SwitchErrorReturn(int base);
+void refuseFrontWrite(Communication_Protocol& d, const ComInfo& info);
 
 #endif

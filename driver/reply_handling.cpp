@@ -7,11 +7,12 @@
 // the same host variable are purged.
 //
 // Callbacks run on the polling thread with listMutex held.
-#include "codec/request_queue.h"
-#include "driver/Communication_Protocol.h"
-#include "driver/comm_failed.h"
+#include "base/Communication_Protocol.h"
+#include "base/comm_failed.h"
+#include "base/driver_functions.h"
+#include "base/exchange.h"
+#include "base/mutex_lock.h"
 #include "driver/list_rotation.h"
-#include "driver/mutex_lock.h"
 #include "driver/polling.h"
 
 namespace {
@@ -24,14 +25,16 @@ bool sameHostVariable(const RW_VAR& a, const RW_VAR& b) {
     return a.ownerId == b.ownerId && a.itemId == b.itemId;
 }
 
-void reportResult(const ComInfo& info, const RW_VAR& entry, int status) {
-    if (PLC_driver.resultCallback != nullptr) {
-        PLC_driver.resultCallback(info.hostTag, entry.ownerId, entry.itemId, status);
+void reportResult(const Communication_Protocol& d, const ComInfo& info, const RW_VAR& entry,
+                  int status) {
+    if (d.resultCallback != nullptr) {
+        d.resultCallback(info.hostTag, entry.ownerId, entry.itemId, status);
     }
 }
 
 // The host hears once per host variable that all its pieces are done, and of a failure at once.
-void notify(const QList<RW_VAR>& list, const ComInfo& info, bool failed) {
+void notify(const Communication_Protocol& d, const QList<RW_VAR>& list, const ComInfo& info,
+            bool failed) {
     const RW_VAR& entry = list.first();
     bool morePieces = false;
     for (int i = 1; i < list.size() && !morePieces; ++i) {
@@ -39,7 +42,7 @@ void notify(const QList<RW_VAR>& list, const ComInfo& info, bool failed) {
         morePieces = sameHostVariable(later, entry) && later.port == info.portId;
     }
     if (!morePieces || failed) {
-        reportResult(info, entry, failed ? kStatusFailed : kStatusDone);
+        reportResult(d, info, entry, failed ? kStatusFailed : kStatusDone);
     }
 }
 
@@ -57,34 +60,9 @@ void purge(QList<RW_VAR>& list, const RW_VAR& abandoned, bool matchStation) {
     }
 }
 
-}  // namespace
-
-void refuseFrontWrite(const ComInfo& info) {
-    QList<RW_VAR>& list = PLC_driver.writeList;
-    const RW_VAR refused = list.first();
-    reportResult(info, refused, kStatusFailed);
-    purge(list, refused, info.perVarStation != 0);
-}
-
-namespace {
-
-QList<RW_VAR>* sourceList(int source) {
-    switch (source) {
-        case kSourceReadList:
-            return &PLC_driver.readList;
-        case kSourceWriteList:
-            return &PLC_driver.writeList;
-        case kSourceOnceReadList:
-            return &PLC_driver.onceReadList;
-        default:
-            return nullptr;
-    }
-}
-
 // Completion of the exchange for the entry it served, the first of its list. listMutex is held.
-void complete(const ComInfo& info, bool local, bool failed) {
-    Communication_Protocol& d = PLC_driver;
-    QList<RW_VAR>* list = sourceList(d.currentSource);
+void complete(Communication_Protocol& d, const ComInfo& info, bool local, bool failed) {
+    QList<RW_VAR>* list = sourceList(d);
     if (list == nullptr || list->isEmpty()) {
         return;
     }
@@ -95,40 +73,80 @@ void complete(const ComInfo& info, bool local, bool failed) {
     }
     // Once-reads are reported on the local path only.
     if (d.currentSource == kSourceWriteList || local) {
-        notify(*list, info, failed);
+        notify(d, *list, info, failed);
     }
     passRetValue(list->first(), d.retVar);
     list->removeFirst();
 }
 
-void reportAbandoned(const ComInfo& info) {
-    Communication_Protocol& d = PLC_driver;
+void reportAbandoned(Communication_Protocol& d, const ComInfo& info) {
     if (d.errorCallback != nullptr) {
         QList<RW_VAR> nothing;
         d.errorCallback(&nothing, d.retVar.ownerId, kErrorFlagAbandoned);
     }
     if (d.currentSource == kSourceWriteList || d.currentSource == kSourceOnceReadList) {
-        purge(*sourceList(d.currentSource), d.retVar, info.perVarStation != 0);
+        purge(*sourceList(d), d.retVar, info.perVarStation != 0);
     }
 }
 
-RW_VAR* finish(int code) {
-    MutexLock lock(PLC_driver.listMutex);
-    PLC_driver.retVar.result = code;
-    return &PLC_driver.retVar;
+// The result of a reply that leaves the lists as they are; retVar changes under listMutex, as
+// it does in a completion.
+RW_VAR* finish(Communication_Protocol& d, int code) {
+    MutexLock lock(d.listMutex);
+    d.retVar.result = code;
+    return &d.retVar;
 }
 
 // Counts local exchanges completed since the scan started; once more than readList holds have
 // completed, every cyclic read has had its turn.
-void countScan(ComInfo& info) {
-    Communication_Protocol& d = PLC_driver;
+void countScan(Communication_Protocol& d, ComInfo& info) {
     if (info.scanDone == 0 && ++d.scanCount > d.readList.size()) {
         d.scanCount = 0;
         info.scanDone = 1;
     }
 }
 
+// A good reply: the exchange goes on with its next frame, or is complete.
+RW_VAR* advance(Communication_Protocol& d, ComInfo& info, int code, bool local) {
+    setCommFailed(false);
+    if (advanceExchange(d.requestQueue, info)) {
+        return finish(d, code);  // the next frame of the exchange is the new head
+    }
+    // The scan counters are also reset by a rebuild on a host thread, so they change under
+    // listMutex.
+    MutexLock lock(d.listMutex);
+    if (local) {
+        countScan(d, info);
+    }
+    complete(d, info, local, false);
+    d.retVar.result = code;
+    return &d.retVar;
+}
+
+// A bad reply: the same frame is offered again while retries last; then the exchange is
+// abandoned, and the host hears of it through both callbacks.
+RW_VAR* retryOrAbandon(Communication_Protocol& d, ComInfo& info, int code, bool local) {
+    if (retryExchange(d.requestQueue, info)) {
+        return finish(d, kResultRetryPending);
+    }
+    setCommFailed(true);
+    MutexLock lock(d.listMutex);
+    d.scanCount = 0;
+    info.scanDone = 0;
+    complete(d, info, local, true);
+    reportAbandoned(d, info);
+    d.retVar.result = code;
+    return &d.retVar;
+}
+
 }  // namespace
+
+void refuseFrontWrite(Communication_Protocol& d, const ComInfo& info) {
+    QList<RW_VAR>& list = d.writeList;
+    const RW_VAR refused = list.first();
+    reportResult(d, info, refused, kStatusFailed);
+    purge(list, refused, info.perVarStation != 0);
+}
 
 RW_VAR* DataCom(QByteArray* reply, int length) {
     Communication_Protocol& d = PLC_driver;
@@ -138,45 +156,15 @@ RW_VAR* DataCom(QByteArray* reply, int length) {
         return &d.retVar;
     }
 
-    bool local = d.requestQueue.first().var.port == info->portId;
+    const Protocol& head = d.requestQueue.first();
+    bool local = head.var.port == info->portId;
     int code = kResultJudgingFailed;
     try {
-        code = local ? DealDataOfLocalArea(reply, length) : DealDataOfRemoteArea(reply, length);
+        code = local ? judgeLocalReply(d, head, reply, length)
+                     : judgeRemoteReply(d, head, reply, length);
     } catch (...) {
         local = true;  // judged as a bad local reply
     }
-
     const bool good = code == kResultLocalGood || code == kResultRemoteGood;
-    if (good) {
-        setCommFailed(false);
-        ++info->framesAnswered;
-        finishHeadRequest();
-        if (info->framesAnswered < info->framesInExchange) {
-            return finish(code);  // the next frame of the exchange is the new head
-        }
-    } else {
-        ++info->retryCount;
-        if (info->retryCount <= info->retryLimit) {
-            return finish(kResultRetryPending);  // the same frame is offered again
-        }
-        setCommFailed(true);
-        info->retryCount = 0;
-        d.requestQueue.clear();
-    }
-
-    // The scan counters are also reset by a rebuild on a host thread, so they change under
-    // listMutex.
-    MutexLock lock(d.listMutex);
-    if (!good) {
-        d.scanCount = 0;
-        info->scanDone = 0;
-    } else if (local) {
-        countScan(*info);
-    }
-    complete(*info, local, !good);
-    if (!good) {
-        reportAbandoned(*info);
-    }
-    d.retVar.result = code;
-    return &d.retVar;
+    return good ? advance(d, *info, code, local) : retryOrAbandon(d, *info, code, local);
 }

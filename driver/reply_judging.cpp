@@ -1,10 +1,10 @@
-// The verdict on one reply, for the request at the head of requestQueue: was anything received,
-// is it as long as expected, and do its station byte and CRC hold. Good read data go into the
-// register image from here.
+// The verdict on one reply to the head request: was anything received, is it as long as
+// expected, do its station byte and CRC hold; and what a good reply carries is stored.
+#include "base/Communication_Protocol.h"
+#include "base/driver_functions.h"
+#include "base/mutex_lock.h"
+#include "codec/bit_word_write.h"
 #include "codec/frames.h"
-#include "driver/Communication_Protocol.h"
-#include "driver/bit_word_write.h"
-#include "driver/mutex_lock.h"
 #include "driver/polling.h"
 #include "image/register_image.h"
 
@@ -40,66 +40,74 @@ QByteArray receivedBytes(const QByteArray* reply, int length) {
     return length < reply->size() ? reply->left(length) : *reply;
 }
 
+bool isValid(int verdict) {
+    return verdict == kReplyStore || verdict == kReplyNothingToStore;
+}
+
 }  // namespace
 
-int DealDataOfLocalArea(QByteArray* reply, int length) {
-    if (PLC_driver.requestQueue.isEmpty()) {
-        return GetDriverReturnValue(kLocalInvalid);
-    }
-    switch (arrivalFor(PLC_driver.requestQueue.first(), reply, length)) {
+int judgeLocalReply(Communication_Protocol& d, const Protocol& head, const QByteArray* reply,
+                    int length) {
+    const int owner = head.var.ownerId;
+    switch (arrivalFor(head, reply, length)) {
         case Arrival::Nothing:
-            return GetDriverReturnValue(kLocalNothingReceived);
+            return resultCode(kLocalNothingReceived, owner);
         case Arrival::WrongLength:
-            return GetDriverReturnValue(kLocalWrongLength);
+            return resultCode(kLocalWrongLength, owner);
         case Arrival::Complete:
             break;
     }
-    QByteArray bytes = receivedBytes(reply, length);
-    switch (CheckGetData(&bytes)) {
-        case kReplyStore: {
-            // The word read of a bit-in-word write completes the queued write frame and stores
-            // nothing; it asks writeList under listMutex, which cacheMutex must not enclose.
-            if (PLC_driver.requestQueue.first().var.mark == kMarkBitWordRead) {
-                SpecialRegisterSave(&bytes);
-                return GetDriverReturnValue(kLocalGood);
-            }
-            MutexLock lock(PLC_driver.cacheMutex);
-            SaveToLocalDataErea(&bytes);
-            return GetDriverReturnValue(kLocalGood);
-        }
-        case kReplyNothingToStore:
-            return GetDriverReturnValue(kLocalGood);
-        default:
-            return GetDriverReturnValue(kLocalInvalid);
+    const QByteArray bytes = receivedBytes(reply, length);
+    const int verdict = checkReply(head.var, &bytes);
+    if (!isValid(verdict)) {
+        return resultCode(kLocalInvalid, owner);
     }
+    if (verdict == kReplyStore) {
+        // The word read of a bit-of-word write completes the queued write frame and stores
+        // nothing; it asks writeList under listMutex, which cacheMutex must not enclose.
+        if (head.var.mark == kMarkBitWordRead) {
+            completePendingBitWordWrite(d, bytes);
+        } else {
+            MutexLock lock(d.cacheMutex);
+            storeReply(d.registerCache, head, bytes);
+        }
+    }
+    return resultCode(kLocalGood, owner);
 }
 
 // Remote replies are judged the same way, but their data do not go into the image; only the
-// word read of a bit-in-word write is passed on, to complete its write frame.
-int DealDataOfRemoteArea(QByteArray* reply, int length) {
-    if (PLC_driver.requestQueue.isEmpty()) {
-        return GetDriverReturnValue(kRemoteInvalid);
-    }
-    const Protocol& head = PLC_driver.requestQueue.first();
+// word read of a bit-of-word write is passed on, to complete its write frame.
+int judgeRemoteReply(Communication_Protocol& d, const Protocol& head, const QByteArray* reply,
+                     int length) {
+    const int owner = head.var.ownerId;
     switch (arrivalFor(head, reply, length)) {
         case Arrival::Nothing:
-            return GetDriverReturnValue(kRemoteNothingReceived);
+            return resultCode(kRemoteNothingReceived, owner);
         case Arrival::WrongLength:
-            return GetDriverReturnValue(kRemoteWrongLength);
+            return resultCode(kRemoteWrongLength, owner);
         case Arrival::Complete:
             break;
     }
-    QByteArray bytes = receivedBytes(reply, length);
-    const int verdict = CheckGetData(&bytes);
-    if (verdict != kReplyStore && verdict != kReplyNothingToStore) {
-        return GetDriverReturnValue(kRemoteInvalid);
+    const QByteArray bytes = receivedBytes(reply, length);
+    if (!isValid(checkReply(head.var, &bytes))) {
+        return resultCode(kRemoteInvalid, owner);
     }
     if (head.var.mark != kMarkBitWordRead) {
-        return GetDriverReturnValue(kRemoteGood);
+        return resultCode(kRemoteGood, owner);
     }
-    // Touches only the queued write frame, not the image, so cacheMutex is not needed.
-    SpecialRegisterSave(&bytes);
-    const ComInfo* info = PLC_driver.comInfo;
-    const bool lastFrame = info != nullptr && info->framesAnswered == 1;
-    return GetDriverReturnValue(lastFrame ? kRemoteGood : kLocalGood);
+    completePendingBitWordWrite(d, bytes);
+    const bool lastFrame = d.comInfo != nullptr && d.comInfo->framesAnswered == 1;
+    return resultCode(lastFrame ? kRemoteGood : kLocalGood, owner);
+}
+
+int DealDataOfLocalArea(QByteArray* reply, int length) {
+    const QList<Protocol>& queue = PLC_driver.requestQueue;
+    return queue.isEmpty() ? GetDriverReturnValue(kLocalInvalid)
+                           : judgeLocalReply(PLC_driver, queue.first(), reply, length);
+}
+
+int DealDataOfRemoteArea(QByteArray* reply, int length) {
+    const QList<Protocol>& queue = PLC_driver.requestQueue;
+    return queue.isEmpty() ? GetDriverReturnValue(kRemoteInvalid)
+                           : judgeRemoteReply(PLC_driver, queue.first(), reply, length);
 }

@@ -1,13 +1,16 @@
 // Result codes. A failure code tells the host the cause (validation, nothing received, wrong
 // length), the frame family (local 11..82, remote 111..182) and, for owners 0..11, the owner:
 // base + ownerId + 1. Any other owner shares base + 1.
-#include "driver/Communication_Protocol.h"
+#include "base/Communication_Protocol.h"
+#include "base/driver_functions.h"
 #include "driver/polling.h"
 
 namespace {
 
 constexpr int kHighestOffsetOwner = 11;
 constexpr int kUnknownKindResult = 200;
+// The owner of the head request when nothing is queued: one without an offset of its own.
+constexpr int kNoOwner = -1;
 
 // Failure bases by verdict kind; good kinds carry no offset.
 constexpr int kLocalInvalidBase = 10;
@@ -17,33 +20,44 @@ constexpr int kRemoteInvalidBase = 110;
 constexpr int kRemoteNothingBase = 140;
 constexpr int kRemoteLengthBase = 170;
 
-}  // namespace
-
-int SwitchErrorReturn(int base) {
-    const QList<Protocol>& queue = PLC_driver.requestQueue;
-    const int owner = queue.isEmpty() ? -1 : queue.first().var.ownerId;
-    return owner >= 0 && owner <= kHighestOffsetOwner ? base + owner + 1 : base + 1;
+int withOwner(int base, int ownerId) {
+    return ownerId >= 0 && ownerId <= kHighestOffsetOwner ? base + ownerId + 1 : base + 1;
 }
 
-int GetDriverReturnValue(int kind) {
+int headOwner() {
+    const QList<Protocol>& queue = PLC_driver.requestQueue;
+    return queue.isEmpty() ? kNoOwner : queue.first().var.ownerId;
+}
+
+}  // namespace
+
+int resultCode(int kind, int ownerId) {
     switch (kind) {
         case kLocalGood:
             return kResultLocalGood;
         case kLocalInvalid:
-            return SwitchErrorReturn(kLocalInvalidBase);
+            return withOwner(kLocalInvalidBase, ownerId);
         case kLocalNothingReceived:
-            return SwitchErrorReturn(kLocalNothingBase);
+            return withOwner(kLocalNothingBase, ownerId);
         case kLocalWrongLength:
-            return SwitchErrorReturn(kLocalLengthBase);
+            return withOwner(kLocalLengthBase, ownerId);
         case kRemoteGood:
             return kResultRemoteGood;
         case kRemoteInvalid:
-            return SwitchErrorReturn(kRemoteInvalidBase);
+            return withOwner(kRemoteInvalidBase, ownerId);
         case kRemoteNothingReceived:
-            return SwitchErrorReturn(kRemoteNothingBase);
+            return withOwner(kRemoteNothingBase, ownerId);
         case kRemoteWrongLength:
-            return SwitchErrorReturn(kRemoteLengthBase);
+            return withOwner(kRemoteLengthBase, ownerId);
         default:
             return kUnknownKindResult;
     }
+}
+
+int SwitchErrorReturn(int base) {
+    return withOwner(base, headOwner());
+}
+
+int GetDriverReturnValue(int kind) {
+    return resultCode(kind, headOwner());
 }

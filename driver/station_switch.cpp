@@ -3,8 +3,8 @@
 // stationMap holds the stations whose communication is switched off; an empty map serves every
 // station. Both switch entry points act on the one map under stationMutex, so any thread may
 // call them while the polling loop runs.
-#include "driver/Communication_Protocol.h"
-#include "driver/mutex_lock.h"
+#include "base/Communication_Protocol.h"
+#include "base/mutex_lock.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/Communication_Protocol.h"
+#include "base/Communication_Protocol.h"
 
 class FuzzInput {
 public:

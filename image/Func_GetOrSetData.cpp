@@ -2,15 +2,14 @@
 #include <climits>
 #include <cstring>
 
-#include "driver/Communication_Protocol.h"
-#include "driver/areas.h"
-#include "driver/bit_word_write.h"
-#include "driver/comm_failed.h"
-#include "driver/mutex_lock.h"
-#include "driver/wrapping.h"
+#include "base/Communication_Protocol.h"
+#include "base/areas.h"
+#include "base/comm_failed.h"
+#include "base/driver_functions.h"
+#include "base/mutex_lock.h"
+#include "base/wrapping.h"
+#include "codec/bit_word_write.h"
 #include "image/cache_key.h"
-#include "image/register_image.h"
-#include "korvan_qa_qb_series_port.h"
 
 // Host reads: GetRegisterData copies words or bits out of the register image. It never waits for
 // the wire; a word that was never read (or whose station never answered) reads as zero.

@@ -11,14 +11,11 @@
 
 #include <QtCore/QtGlobal>
 
-#include "driver/Communication_Protocol.h"
-#include "driver/areas.h"
+#include "base/areas.h"
 
 constexpr int kCacheStationShift = 56;
 constexpr int kCacheAreaShift = 48;
 constexpr quint64 kCacheFieldMask = 0xFF;
-constexpr int kBitNumberMask = 15;
-constexpr int kWordOfBitShift = 4;
 
 inline quint64 cacheKeyBase(int station, int area) {
     const quint64 cacheArea = static_cast<quint64>(imageArea(area));
@@ -30,18 +27,9 @@ inline quint64 cacheKey(quint64 base, qint64 wordAddress) {
     return base | static_cast<quint64>(wordAddress);
 }
 
-// Key of the word that holds bit `bitAddress`, and the bit's mask within that word.
+// Key of the word that holds bit `bitAddress`.
 inline quint64 bitKey(quint64 base, qint64 bitAddress) {
     return cacheKey(base, bitAddress >> kWordOfBitShift);
-}
-
-inline quint16 bitMask(qint64 bitAddress) {
-    return static_cast<quint16>(1u << (bitAddress & kBitNumberMask));
-}
-
-// `word` with the bits of `mask` set when `on`, cleared otherwise.
-inline quint16 withBits(quint16 word, quint16 mask, bool on) {
-    return static_cast<quint16>(on ? (word | mask) : (word & ~mask));
 }
 
 #endif

@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <vector>
 
-#include "driver/Communication_Protocol.h"
-#include "driver/areas.h"
-#include "driver/mutex_lock.h"
-#include "driver/wrapping.h"
+#include "base/Communication_Protocol.h"
+#include "base/areas.h"
+#include "base/driver_functions.h"
+#include "base/mutex_lock.h"
+#include "base/wrapping.h"
 #include "lists/block_grouping.h"
-#include "lists/read_planning.h"
 #include "lists/word_units.h"
 
 // The host's configuration calls. They take no lock: the host makes them before polling starts

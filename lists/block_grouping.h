@@ -10,9 +10,9 @@
 
 #include <QtCore/QList>
 
-#include "driver/Communication_Protocol.h"
-#include "driver/wrapping.h"
-#include "lists/read_planning.h"
+#include "base/Communication_Protocol.h"
+#include "base/driver_functions.h"
+#include "base/wrapping.h"
 
 // The block length that selects folding by address instead of merging spans.
 constexpr int kSameAddressOnlyLength = 1;

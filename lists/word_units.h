@@ -2,8 +2,8 @@
 #ifndef KORVAN_LISTS_WORD_UNITS_H
 #define KORVAN_LISTS_WORD_UNITS_H
 
-#include "driver/areas.h"
-#include "driver/wrapping.h"
+#include "base/areas.h"
+#include "base/wrapping.h"
 
 // Converts a bit area's address and count (bits) to the words that cover them; area 29 becomes
 // 14. Word areas, and areas outside 0..29, are left as they are.
@@ -15,8 +15,9 @@ inline void toWordUnits(int& area, int& address, int& count) {
     const int firstBit = address;
     const int bitCount = count;
     // The word that holds the first bit, and the number of words covering all the bits.
-    address = firstBit >> 4;
-    count = wrapAdd(wrapAdd(firstBit & 15, bitCount), 15) >> 4;
+    address = firstBit >> kWordOfBitShift;
+    count =
+        wrapAdd(wrapAdd(firstBit & kBitNumberMask, bitCount), kBitNumberMask) >> kWordOfBitShift;
     if (bitOfWord) {
         area = kBitOfWordHostArea;
     }

@@ -4,8 +4,8 @@
 #include <mutex>
 #include <thread>
 
-#include "driver/bit_word_write.h"
-#include "driver/mutex_lock.h"
+#include "base/mutex_lock.h"
+#include "codec/bit_word_write.h"
 #include "loaded_driver.h"
 
 namespace {

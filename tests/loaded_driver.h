@@ -15,11 +15,10 @@
 #include <string>
 #include <vector>
 
+#include "base/Communication_Protocol.h"
+#include "base/driver_functions.h"
 #include "codec/frames.h"
-#include "driver/Communication_Protocol.h"
 #include "driver/polling.h"
-#include "image/register_image.h"
-#include "lists/read_planning.h"
 #include "plc_model.h"
 
 // Plain names for the extern "C" entry points, mangled names (carrying the argument types) for

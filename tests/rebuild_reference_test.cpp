@@ -8,8 +8,8 @@
 #include <QtCore/QMap>
 #include <random>
 
-#include "driver/Communication_Protocol.h"
-#include "lists/read_planning.h"
+#include "base/Communication_Protocol.h"
+#include "base/driver_functions.h"
 
 namespace {
 

@@ -3,8 +3,10 @@
 // 0..13 are bit areas (0 and 1 take octal address texts), 14..28 word areas, and 29 a bit inside
 // a word of area 14, written as word.bit. After normalisation every bit area counts in 16-bit
 // words, and area 29 is read and cached as area 14.
-#ifndef KORVAN_DRIVER_AREAS_H
-#define KORVAN_DRIVER_AREAS_H
+#ifndef KORVAN_BASE_AREAS_H
+#define KORVAN_BASE_AREAS_H
+
+#include <QtCore/QtGlobal>
 
 constexpr int kFirstOctalArea = 0;
 constexpr int kLastOctalArea = 1;
@@ -16,8 +18,11 @@ constexpr int kBitOfWordArea = 29;
 constexpr int kBitOfWordHostArea = kFirstWordArea;
 // Bytes of one word of a word area, in host buffers, payloads and replies alike.
 constexpr int kBytesPerWord = 2;
-// Bits of one word: a bit area's address over this is the word that holds the bit.
+// Bits of one word.
 constexpr int kBitsPerWord = 16;
+constexpr int kBitNumberMask = kBitsPerWord - 1;
+// A bit address shifted right by this is the word that holds the bit.
+constexpr int kWordOfBitShift = 4;
 
 constexpr bool isBitArea(int area) {
     return area >= 0 && area <= kLastBitArea;
@@ -31,6 +36,16 @@ constexpr bool isOctalArea(int area) {
 // Area under which data of `area` live in the register image: 14 for areas 14 and 29.
 constexpr int imageArea(int area) {
     return area == kBitOfWordArea ? kBitOfWordHostArea : area;
+}
+
+// The mask of bit `bitAddress` within the word that holds it.
+inline quint16 bitMask(qint64 bitAddress) {
+    return static_cast<quint16>(1u << (bitAddress & kBitNumberMask));
+}
+
+// `word` with the bits of `mask` set when `on`, cleared otherwise.
+inline quint16 withBits(quint16 word, quint16 mask, bool on) {
+    return static_cast<quint16>(on ? (word | mask) : (word & ~mask));
 }
 
 #endif

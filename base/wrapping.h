@@ -3,8 +3,8 @@
 // Addresses, counts and frame lengths come from the host unchecked; the driver computes with
 // them the way a 32-bit PLC panel does, wrapping on overflow instead of invoking undefined
 // behaviour.
-#ifndef KORVAN_DRIVER_WRAPPING_H
-#define KORVAN_DRIVER_WRAPPING_H
+#ifndef KORVAN_BASE_WRAPPING_H
+#define KORVAN_BASE_WRAPPING_H
 
 #include <cstdint>
 

@@ -1,7 +1,7 @@
 // The few places where Qt 4 (the panel's Qt) and Qt 5 (the development host's) differ in what
 // the driver uses. Everything else is written once, in the API both share.
-#ifndef KORVAN_DRIVER_QT_COMPAT_H
-#define KORVAN_DRIVER_QT_COMPAT_H
+#ifndef KORVAN_BASE_QT_COMPAT_H
+#define KORVAN_BASE_QT_COMPAT_H
 
 #include <QtCore/qglobal.h>
 #include <QtCore/QDateTime>

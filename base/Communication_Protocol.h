@@ -4,8 +4,8 @@
 // in this order and width (checked in abi_layout.cpp). Everything in the driver is a free
 // function working on PLC_driver, apart from three small member operations that use no
 // member data.
-#ifndef KORVAN_DRIVER_COMMUNICATION_PROTOCOL_H
-#define KORVAN_DRIVER_COMMUNICATION_PROTOCOL_H
+#ifndef KORVAN_BASE_COMMUNICATION_PROTOCOL_H
+#define KORVAN_BASE_COMMUNICATION_PROTOCOL_H
 
 #include <QtCore/QByteArray>
 #include <QtCore/QHash>
@@ -87,20 +87,5 @@ public:
 };
 
 extern KORVAN_API Communication_Protocol PLC_driver;
-
-// Copies fields ownerId..extra of `from` into `to` and empties the payload of `to`.
-KORVAN_API void passRetValue(const RW_VAR& from, RW_VAR& to);
-
-// `to` takes the value of `from`; a text or payload it already shares (the same list entry
-// served again) is left alone, which saves two atomic reference count changes.
-template <typename Shared>
-inline void assignShared(Shared& to, const Shared& from) {
-    if (!to.isSharedWith(from)) {
-        to = from;
-    }
-}
-
-// Copies fields ownerId..extra of `from` into `to`; the payload is left as it is.
-void copyRecordFields(const RW_VAR& from, RW_VAR& to);
 
 #endif

@@ -4,12 +4,12 @@
 // acquire/release pairs and would report every guarded access as a race. When the build runs
 // under TSan, each lock and unlock is announced through the sanitizer's mutex annotations; in
 // every other build the locker is a plain QMutex lock.
-#ifndef KORVAN_DRIVER_MUTEX_LOCK_H
-#define KORVAN_DRIVER_MUTEX_LOCK_H
+#ifndef KORVAN_BASE_MUTEX_LOCK_H
+#define KORVAN_BASE_MUTEX_LOCK_H
 
 #include <QtCore/QMutex>
 
-#include "driver/qt_compat.h"
+#include "base/qt_compat.h"
 
 #if defined(__SANITIZE_THREAD__)
 #define KORVAN_TSAN 1

@@ -4,10 +4,10 @@
 // reply; host threads read it in SetRegisterData to decide whether a write is mirrored at once.
 // The member is a plain byte of the exported object's fixed layout, so it is accessed through
 // atomic builtins rather than changed into an atomic type.
-#ifndef KORVAN_DRIVER_COMM_FAILED_H
-#define KORVAN_DRIVER_COMM_FAILED_H
+#ifndef KORVAN_BASE_COMM_FAILED_H
+#define KORVAN_BASE_COMM_FAILED_H
 
-#include "driver/Communication_Protocol.h"
+#include "base/Communication_Protocol.h"
 
 inline bool isCommFailed() {
     return __atomic_load_n(&PLC_driver.commFailed, __ATOMIC_RELAXED) != 0;

@@ -3,7 +3,7 @@
 // 32-bit ones (where pointers and Qt's implicitly shared handles are 4 bytes).
 #include <cstddef>
 
-#include "driver/Communication_Protocol.h"
+#include "base/Communication_Protocol.h"
 
 #define KORVAN_PIN(Type, field, at64, at32)                                        \
     static_assert(offsetof(Type, field) == (sizeof(void*) == 8 ? (at64) : (at32)), \

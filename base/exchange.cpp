@@ -1,0 +1,91 @@
+// The exchange in progress: its queued requests, counters, source list and bursts.
+#include "base/exchange.h"
+
+#include <utility>
+
+namespace {
+
+void enqueue(QList<Protocol>& queue, Protocol& request) {
+    queue.append(Protocol());
+    queue.last() = std::move(request);
+}
+
+void countFrames(ComInfo* info, int frames) {
+    if (info != nullptr) {
+        info->framesInExchange = frames;
+        info->framesAnswered = 0;
+    }
+}
+
+}  // namespace
+
+void startExchange(Communication_Protocol& d, Protocol& request) {
+    enqueue(d.requestQueue, request);
+    countFrames(d.comInfo, 1);
+}
+
+// Should the second append fail, the first frame is taken back: an exchange is queued whole.
+void startExchange(Communication_Protocol& d, Protocol& first, Protocol& second) {
+    enqueue(d.requestQueue, first);
+    try {
+        enqueue(d.requestQueue, second);
+    } catch (...) {
+        d.requestQueue.removeLast();
+        throw;
+    }
+    countFrames(d.comInfo, 2);
+}
+
+void dropExchange(Communication_Protocol& d) {
+    d.requestQueue.clear();
+    countFrames(d.comInfo, 0);
+}
+
+bool advanceExchange(QList<Protocol>& queue, ComInfo& info) {
+    ++info.framesAnswered;
+    queue.removeFirst();
+    return info.framesAnswered < info.framesInExchange;
+}
+
+bool retryExchange(QList<Protocol>& queue, ComInfo& info) {
+    ++info.retryCount;
+    if (info.retryCount <= info.retryLimit) {
+        return true;
+    }
+    info.retryCount = 0;
+    queue.clear();
+    return false;
+}
+
+bool burstLeft(const Communication_Protocol& d, int source) {
+    return (source == kSourceWriteList ? d.writeBurst : d.onceBurst) < kBurstLimit;
+}
+
+void noteSource(Communication_Protocol& d, int source) {
+    d.currentSource = source;
+    if (source == kSourceWriteList) {
+        ++d.writeBurst;
+    } else if (source == kSourceOnceReadList) {
+        ++d.onceBurst;
+    } else {
+        resetBursts(d);
+    }
+}
+
+void resetBursts(Communication_Protocol& d) {
+    d.writeBurst = 0;
+    d.onceBurst = 0;
+}
+
+QList<RW_VAR>* sourceList(Communication_Protocol& d) {
+    switch (d.currentSource) {
+        case kSourceReadList:
+            return &d.readList;
+        case kSourceWriteList:
+            return &d.writeList;
+        case kSourceOnceReadList:
+            return &d.onceReadList;
+        default:
+            return nullptr;
+    }
+}
