@@ -31,6 +31,10 @@ inline int effectiveMaxUnits(const ComInfo& info) {
 // Size of the buffer in which local frames are assembled.
 constexpr int kFrameBufSize = 2048;
 
+// What GetRegisterData, SetRegisterData and AddListOnceReadVar return for an address text that
+// does not parse (and, for the last two, without a port record).
+constexpr int kAddressNotParsed = 0;
+
 // Values of RW_VAR::direction.
 constexpr int kReadRequest = 0;
 constexpr int kWriteRequest = 1;

@@ -25,8 +25,8 @@
 
 // The driver holds a lock for one reply's store or one step on a list, a microsecond or so, but
 // a QMutex that finds itself taken puts the thread to sleep at once, and waking it takes tens of
-// microseconds: a host read that met the polling thread's store waited 30 us at the 99th
-// percentile instead of about one. So a taken mutex is first tried again for a short while.
+// microseconds, far longer than the wait it avoids. So a taken mutex is first tried again for a
+// short while.
 constexpr int kLockSpinTries = 100;
 
 inline void cpuRelax() {

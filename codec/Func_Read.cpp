@@ -14,7 +14,7 @@
 namespace {
 
 constexpr int kReadFrameLength = 10;
-constexpr int kCrcAt = 8;
+constexpr int kReadCrcAt = 8;
 
 }  // namespace
 
@@ -34,9 +34,9 @@ Protocol readRequest(const RW_VAR& var, unsigned char* f) {
     f[5] = static_cast<unsigned char>(first);
     f[6] = static_cast<unsigned char>(units >> 8);
     f[7] = static_cast<unsigned char>(units);
-    const unsigned short crc = CalCRC(f, kCrcAt);
-    f[kCrcAt] = static_cast<unsigned char>(crc);
-    f[kCrcAt + 1] = static_cast<unsigned char>(crc >> 8);
+    const unsigned short crc = CalCRC(f, kReadCrcAt);
+    f[kReadCrcAt] = static_cast<unsigned char>(crc);
+    f[kReadCrcAt + 1] = static_cast<unsigned char>(crc >> 8);
 
     const int dataLength = wrapMul(var.count, kBytesPerWord);
     Protocol request;

@@ -19,8 +19,8 @@ namespace {
 constexpr int kOneWord = 1;
 constexpr int kNoMark = 0;
 constexpr int kWordAt = kWriteHeaderLength;
-constexpr int kCrcAt = kWordAt + kBytesPerWord;
-constexpr int kWriteFrameLength = kCrcAt + kCrcLength;
+constexpr int kWriteCrcAt = kWordAt + kBytesPerWord;
+constexpr int kWriteFrameLength = kWriteCrcAt + kCrcLength;
 // The reply to the read: header, the word high byte first, CRC.
 constexpr int kReadReplyWordAt = kReplyHeaderLength;
 constexpr int kReadReplyLength = kReplyOverhead + kBytesPerWord;
@@ -71,7 +71,7 @@ void completeBitWordWrite(Protocol& write, const QByteArray& reply) {
     auto* f = reinterpret_cast<unsigned char*>(write.frame.data());
     f[kWordAt] = static_cast<unsigned char>(word >> 8);
     f[kWordAt + 1] = static_cast<unsigned char>(word);
-    const unsigned short crc = CalCRC(f, kCrcAt);
-    f[kCrcAt] = static_cast<unsigned char>(crc);
-    f[kCrcAt + 1] = static_cast<unsigned char>(crc >> 8);
+    const unsigned short crc = CalCRC(f, kWriteCrcAt);
+    f[kWriteCrcAt] = static_cast<unsigned char>(crc);
+    f[kWriteCrcAt + 1] = static_cast<unsigned char>(crc >> 8);
 }

@@ -1,9 +1,9 @@
 // QList::move(0, size - 1) shifts every entry once the list's storage has no free slot at its
 // end, and a list built by appending reaches that state after a few rotations and stays in it:
-// every cyclic exchange then cost a memmove of the whole list (28 KB, 28,000 instructions, for a
-// 100,000-variable panel). Appending a copy of the first entry and removing the original lets
-// QList make room at the end, which it does in amortized constant time; that costs an
-// allocation, so short lists, whose shift is cheaper, keep the plain move.
+// every cyclic exchange would then cost a memmove of the whole list. Appending a copy of the first
+// entry and removing the original lets QList make room at the end, which it does in amortized
+// constant time; that costs an allocation, so short lists, whose shift is cheaper, keep the plain
+// move.
 #include "driver/list_rotation.h"
 
 #include <new>

@@ -18,8 +18,7 @@
 
 namespace {
 
-// Results of GetRegisterData.
-constexpr int kAddressNotParsed = 0;
+// GetRegisterData's result for a parsed address.
 constexpr int kReadDone = 1;
 // The longest byte array Qt can allocate: its block, with header and terminator, must stay within
 // INT_MAX bytes. Asking for more would only end in a failed allocation.
@@ -233,7 +232,7 @@ int SetRegisterData(QString nameText, int area, QString address, int station, QB
     const int first = StringAddressToInt(area, address);
     const ComInfo* info = PLC_driver.comInfo;
     if (first < 0 || info == nullptr) {
-        return 0;
+        return kAddressNotParsed;
     }
     if (count > kMostUnitsPerWrite) {
         return writeListSize();

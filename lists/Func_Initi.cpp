@@ -52,8 +52,8 @@ constexpr int kInvalidAddress = -1;
 constexpr int kLongestPlainNumber = 9;
 
 // The value of a text of 1 to 9 digits of `base` (8 or 10) and nothing else, which is what
-// QString::toInt gives for it; -1 for any other text. Its general parse (white space, signs,
-// overflow, through a locale) was two thirds of a one-word host read and of planning.
+// QString::toInt gives for it; -1 for any other text. The general parse (white space, signs,
+// overflow, through a locale) costs far more, and plain digits are nearly every address.
 int plainNumber(const QChar* text, int length, int base) {
     if (length < 1 || length > kLongestPlainNumber) {
         return kInvalidAddress;
@@ -170,11 +170,11 @@ void appendOnceReadPieces(QList<RW_VAR>& list, RW_VAR* var, int max) {
 int addOnceReadNormalised(RW_VAR* var) {
     const ComInfo* info = PLC_driver.comInfo;
     if (info == nullptr || var == nullptr) {
-        return 0;
+        return kAddressNotParsed;
     }
     const int address = StringAddressToInt(var->area, var->addressText);
     if (address < 0) {
-        return 0;
+        return kAddressNotParsed;
     }
     var->station = info->perVarStation == 0 ? info->defaultStation : var->station;
     var->address = address;
