@@ -26,7 +26,7 @@ protected:
 // The PLC model keeps its own table of the family's area codes: the two must agree.
 TEST_F(Frames, AreaCodesFollowTheTableIncludingItsIrregularEntries) {
     const auto code = exported<unsigned char (*)(Communication_Protocol*, unsigned char)>(
-        "_ZN22Communication_Protocol19register_identifierEh");
+        symbolOf("Communication_Protocol::register_identifier").c_str());
     for (int area = 0; area <= 28; ++area) {
         EXPECT_EQ(code(&driver, static_cast<unsigned char>(area)),
                   plcsim::PlcModel::areaCodeOfIndex(area))

@@ -11,18 +11,6 @@
 
 namespace {
 
-// The names the library exports, from the one list of them (blank lines and # comments skipped).
-std::vector<std::string> exportedSymbols() {
-    std::vector<std::string> names;
-    std::ifstream list(KORVAN_EXPORTED_SYMBOLS);
-    for (std::string line; std::getline(list, line);) {
-        if (!line.empty() && line[0] != '#') {
-            names.push_back(line);
-        }
-    }
-    return names;
-}
-
 class HostInterface : public DriverTest {};
 
 }  // namespace
@@ -133,9 +121,9 @@ TEST_F(HostInterface, AddressTextsByArea) {
 
 TEST_F(HostInterface, BitAddressesNormaliseToCoveringWords) {
     const auto update = exported<void (*)(Communication_Protocol*, RW_VAR*)>(
-        "_ZN22Communication_Protocol13update_rw_varEP6RW_VAR");
+        symbolOf("Communication_Protocol::update_rw_var").c_str());
     const auto cacheArea = exported<int (*)(Communication_Protocol*, int)>(
-        "_ZN22Communication_Protocol11get_plc_regEi");
+        symbolOf("Communication_Protocol::get_plc_reg").c_str());
     const struct {
         int area, address, count;
         int toArea, toAddress, toCount;

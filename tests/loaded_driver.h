@@ -5,12 +5,14 @@
 #ifndef KORVAN_TESTS_LOADED_DRIVER_H
 #define KORVAN_TESTS_LOADED_DRIVER_H
 
+#include <cxxabi.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
@@ -21,51 +23,51 @@
 #include "driver/polling.h"
 #include "plc_model.h"
 
-// Plain names for the extern "C" entry points, mangled names (carrying the argument types) for
-// the C++ ones.
-#define KORVAN_EXPORTED_FUNCTIONS(X)                                  \
-    X(SetComInfo, "SetComInfo")                                       \
-    X(RegistCallBackFuncIntf, "RegistCallBackFuncIntf")               \
-    X(FlashLocalRegister, "FlashLocalRegister")                       \
-    X(QueryFinishFlag, "QueryFinishFlag")                             \
-    X(EnCommStation, "EnCommStation")                                 \
-    X(EnableEthernet, "EnableEthernet")                               \
-    X(PLCAddressChangeIntef, "PLCAddressChangeIntef")                 \
-    X(ComCommunication, "ComCommunication")                           \
-    X(DataCom, "DataCom")                                             \
-    X(AddListReadVar, "AddListReadVar")                               \
-    X(AddListWriteVar, "AddListWriteVar")                             \
-    X(AddListOnceReadVar, "AddListOnceReadVar")                       \
-    X(ReCreatReadVarList, "ReCreatReadVarList")                       \
-    X(GetRegisterData, "GetRegisterData")                             \
-    X(SetRegisterData, "SetRegisterData")                             \
-    X(Ethernetcontains, "_Z16Ethernetcontainsi")                      \
-    X(CalCRC, "_Z6CalCRCPht")                                         \
-    X(CalSUM, "_Z6CalSUMPht")                                         \
-    X(CalLRC, "_Z6CalLRCPht")                                         \
-    X(CalXOR, "_Z6CalXORPht")                                         \
-    X(DigitalToASCII, "_Z14DigitalToASCIIi")                          \
-    X(ASCIIToDigital, "_Z14ASCIIToDigitali")                          \
-    X(CheckGetData, "_Z12CheckGetDataPK10QByteArray")                 \
-    X(StringAddressToInt, "_Z18StringAddressToInti7QString")          \
-    X(WhetherGroup, "_Z12WhetherGroupiiP6RW_VARP5QListIS_E")          \
-    X(Bubble_Sort, "_Z11Bubble_SortP5QListI6RW_VARE")                 \
-    X(BitVarReCreat, "_Z13BitVarReCreatP5QListI6RW_VAREi")            \
-    X(read_register, "_Z13read_registerRK6RW_VAR")                    \
-    X(write_register, "_Z14write_registerRK6RW_VAR")                  \
-    X(write_analog, "_Z12write_analogRK6RW_VAR")                      \
-    X(write_analog_bit, "_Z16write_analog_bitRK6RW_VAR")              \
-    X(Remote_ReadVar, "_Z14Remote_ReadVarRK6RW_VAR")                  \
-    X(Remote_WriteVar, "_Z15Remote_WriteVarRK6RW_VAR")                \
-    X(SaveToLocalDataErea, "_Z19SaveToLocalDataEreaP10QByteArray")    \
-    X(SpecialRegisterSave, "_Z19SpecialRegisterSavePK10QByteArray")   \
-    X(write_data_to_local, "_Z19write_data_to_localRK6RW_VAR")        \
-    X(DealDataOfLocalArea, "_Z19DealDataOfLocalAreaP10QByteArrayi")   \
-    X(DealDataOfRemoteArea, "_Z20DealDataOfRemoteAreaP10QByteArrayi") \
-    X(GetDriverReturnValue, "_Z20GetDriverReturnValuei")              \
-    X(SwitchErrorReturn, "_Z17SwitchErrorReturni")                    \
-    X(passRetValue, "_Z12passRetValueRK6RW_VARRS_")                   \
-    X(customMessageHandler, "_Z20customMessageHandler9QtMsgTypePKc")
+// The exported functions the tests call, by name; their symbols come from the one list of exports.
+#define KORVAN_EXPORTED_FUNCTIONS(X)                                                               \
+    X(SetComInfo)                                                                                  \
+    X(RegistCallBackFuncIntf) X(FlashLocalRegister) X(QueryFinishFlag) X(EnCommStation)            \
+        X(EnableEthernet) X(PLCAddressChangeIntef) X(ComCommunication) X(DataCom)                  \
+            X(AddListReadVar) X(AddListWriteVar) X(AddListOnceReadVar) X(ReCreatReadVarList)       \
+                X(GetRegisterData) X(SetRegisterData) X(Ethernetcontains) X(CalCRC) X(CalSUM)      \
+                    X(CalLRC) X(CalXOR) X(DigitalToASCII) X(ASCIIToDigital) X(CheckGetData)        \
+                        X(StringAddressToInt) X(WhetherGroup) X(Bubble_Sort) X(BitVarReCreat)      \
+                            X(read_register) X(write_register) X(write_analog) X(write_analog_bit) \
+                                X(Remote_ReadVar) X(Remote_WriteVar) X(SaveToLocalDataErea)        \
+                                    X(SpecialRegisterSave) X(write_data_to_local)                  \
+                                        X(DealDataOfLocalArea) X(DealDataOfRemoteArea)             \
+                                            X(GetDriverReturnValue) X(SwitchErrorReturn)           \
+                                                X(passRetValue) X(customMessageHandler)
+
+// Every symbol of the list of exports (driver/exported_symbols.txt: blank lines and # comments
+// skipped), and the symbol of each function by its name: the demangled symbol up to its argument
+// list, or the symbol itself for the extern "C" entry points and the globals.
+inline std::vector<std::string> exportedSymbols() {
+    std::vector<std::string> symbols;
+    std::ifstream list(KORVAN_EXPORTED_SYMBOLS);
+    for (std::string line; std::getline(list, line);) {
+        if (!line.empty() && line[0] != '#') {
+            symbols.push_back(line);
+        }
+    }
+    return symbols;
+}
+inline const std::string& symbolOf(const std::string& name) {
+    static const std::map<std::string, std::string> byName = [] {
+        std::map<std::string, std::string> names;
+        for (const std::string& symbol : exportedSymbols()) {
+            int status = 0;
+            char* demangled = abi::__cxa_demangle(symbol.c_str(), nullptr, nullptr, &status);
+            const std::string text = status == 0 ? demangled : symbol;
+            std::free(demangled);
+            names[text.substr(0, text.find('('))] = symbol;
+        }
+        return names;
+    }();
+    static const std::string unknown;
+    const auto it = byName.find(name);
+    return it != byName.end() ? it->second : unknown;
+}
 
 inline void* loadedLibrary() {
     static void* const handle = [] {
@@ -166,7 +168,8 @@ typedef std::map<quint64, quint16> Image;
 // model of stations 1..3 to answer its frames.
 class DriverTest : public ::testing::Test {
 protected:
-#define KORVAN_RESOLVE(name, symbol) decltype(&::name) name = exported<decltype(&::name)>(symbol);
+#define KORVAN_RESOLVE(name) \
+    decltype(&::name) name = exported<decltype(&::name)>(symbolOf(#name).c_str());
     KORVAN_EXPORTED_FUNCTIONS(KORVAN_RESOLVE)
 #undef KORVAN_RESOLVE
     Communication_Protocol& driver = *exported<Communication_Protocol*>("PLC_driver");
