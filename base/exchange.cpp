@@ -1,13 +1,10 @@
 // The exchange in progress: its queued requests, counters, source list and bursts.
 #include "base/exchange.h"
 
-#include <utility>
-
 namespace {
 
 void enqueue(QList<Protocol>& queue, Protocol& request) {
-    queue.append(Protocol());
-    queue.last() = std::move(request);
+    queue.append(request);
 }
 
 void countFrames(ComInfo* info, int frames) {
