@@ -3,10 +3,6 @@
 
 namespace {
 
-void enqueue(QList<Protocol>& queue, Protocol& request) {
-    queue.append(request);
-}
-
 void countFrames(ComInfo* info, int frames) {
     if (info != nullptr) {
         info->framesInExchange = frames;
@@ -16,16 +12,16 @@ void countFrames(ComInfo* info, int frames) {
 
 }  // namespace
 
-void startExchange(Communication_Protocol& d, Protocol& request) {
-    enqueue(d.requestQueue, request);
+void startExchange(Communication_Protocol& d, const Protocol& request) {
+    d.requestQueue.append(request);
     countFrames(d.comInfo, 1);
 }
 
 // Should the second append fail, the first frame is taken back: an exchange is queued whole.
-void startExchange(Communication_Protocol& d, Protocol& first, Protocol& second) {
-    enqueue(d.requestQueue, first);
+void startExchange(Communication_Protocol& d, const Protocol& first, const Protocol& second) {
+    d.requestQueue.append(first);
     try {
-        enqueue(d.requestQueue, second);
+        d.requestQueue.append(second);
     } catch (...) {
         d.requestQueue.removeLast();
         throw;

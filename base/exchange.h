@@ -14,11 +14,11 @@
 // Write and once-read exchanges started in a row before a cyclic read may have its turn.
 constexpr int kBurstLimit = 5;
 
-// Queues the frames of a new exchange in sending order (they are moved in) and sets the port
-// record's counters for them: framesInExchange to their number, framesAnswered to 0. The frames
-// are made before anything is queued, so running out of memory leaves the queue as it was.
-void startExchange(Communication_Protocol& d, Protocol& request);
-void startExchange(Communication_Protocol& d, Protocol& first, Protocol& second);
+// Queues the frames of a new exchange in sending order and sets the port record's counters for
+// them: framesInExchange to their number, framesAnswered to 0. The frames are made before anything
+// is queued, so running out of memory leaves the queue as it was.
+void startExchange(Communication_Protocol& d, const Protocol& request);
+void startExchange(Communication_Protocol& d, const Protocol& first, const Protocol& second);
 
 // Out of memory while an exchange was being built: nothing of it stays queued or counted.
 void dropExchange(Communication_Protocol& d);

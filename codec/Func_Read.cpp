@@ -50,6 +50,6 @@ Protocol readRequest(const RW_VAR& var, unsigned char* f) {
 }
 
 void read_register(const RW_VAR& var) {
-    Protocol request = readRequest(var, PLC_driver.frameBuf);
+    const Protocol request = readRequest(var, PLC_driver.frameBuf);
     startExchange(PLC_driver, request);
 }

@@ -77,6 +77,6 @@ Protocol remoteWriteRequest(const RW_VAR& var) {
 }
 
 void Remote_ReadVar(const RW_VAR& var) {
-    Protocol request = remoteReadRequest(var);
+    const Protocol request = remoteReadRequest(var);
     startExchange(PLC_driver, request);
 }

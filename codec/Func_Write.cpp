@@ -86,11 +86,11 @@ void write_analog(const RW_VAR& var) {
     if (!fitsLocalWriteFrame(var)) {
         return;
     }
-    Protocol request = writeRequest(var, PLC_driver.frameBuf);
+    const Protocol request = writeRequest(var, PLC_driver.frameBuf);
     startExchange(PLC_driver, request);
 }
 
 void write_analog_bit(const RW_VAR& var) {
-    BitWordWrite requests = bitWordWriteRequests(var, PLC_driver.frameBuf);
+    const BitWordWrite requests = bitWordWriteRequests(var, PLC_driver.frameBuf);
     startExchange(PLC_driver, requests.read, requests.write);
 }

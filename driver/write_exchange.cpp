@@ -24,7 +24,7 @@ void write_register(const RW_VAR& var) {
 }
 
 void Remote_WriteVar(const RW_VAR& var) {
-    Protocol request = remoteWriteRequest(var);
+    const Protocol request = remoteWriteRequest(var);
     startExchange(PLC_driver, request);
     write_data_to_local(var);
 }
