@@ -25,13 +25,18 @@ QByteArray toQt(const plcsim::Bytes& b) {
     return QByteArray(reinterpret_cast<const char*>(b.data()), static_cast<int>(b.size()));
 }
 
+// The most units the PLC model is asked for in one frame, more than any block a panel plans. A
+// frame asking for more (a negative count reaches the wire as up to 65,535 units, each a lookup
+// in the model) goes unanswered: the driver could never take the reply's length anyway.
+constexpr int kMostUnitsAnswered = 255;
+
 void poll(plcsim::PlcModel& plc, Op op, FuzzInput& in) {
     Protocol* p = ComCommunication();
     if (p == nullptr) {
         return;
     }
     QByteArray reply;
-    if (op != kPollSilent) {
+    if (op != kPollSilent && p->var.count >= 0 && p->var.count <= kMostUnitsAnswered) {
         const int sent = qBound(0, p->sendLength, p->frame.size());
         reply = toQt(plc.handle(plcsim::Bytes(p->frame.begin(), p->frame.begin() + sent)).bytes);
     }
