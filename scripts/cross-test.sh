@@ -42,7 +42,7 @@ cross_configure "$build_dir" -DKORVAN_WERROR=ON -DKORVAN_BUILD_BENCH=OFF "${qt_o
 cmake --build "$build_dir" -j "$(nproc)"
 echo "== $name: built in $((SECONDS - started)) s; test under $qemu"
 started=$SECONDS
-ctest --test-dir "$build_dir" --output-on-failure
+ctest --test-dir "$build_dir" -j "$(nproc)" --output-on-failure
 echo "== $name: tests ran in $((SECONDS - started)) s"
 if [[ $cross == armhf ]]; then
     scripts/emulated-exchange.sh "$build_dir" "$qemu" "$sysroot"

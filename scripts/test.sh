@@ -30,8 +30,7 @@ run_suite() {
     cmake -S . -B "build/$name" -G Ninja -DKORVAN_WERROR=ON "$@" >/dev/null
     cmake --build "build/$name" -j "$jobs"
     echo "== $name: test"
-    # Serial: two tests share the fixed debug log file.
-    ctest --test-dir "build/$name" --output-on-failure | tee -a "$summary"
+    ctest --test-dir "build/$name" -j "$jobs" --output-on-failure | tee -a "$summary"
 }
 
 # QtCore 4.8.7 for native or armhf, built once into build/qt4-<target> and kept while the
