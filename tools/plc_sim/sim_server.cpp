@@ -69,8 +69,10 @@ bool SimServer::wait(int fd, bool listening) {
         return true;
     }
     if (framePending && Clock::now() - lastByte_ >= std::chrono::milliseconds(options_.gapMs)) {
-        for (const Bytes& frame : splitter_.flush()) {
-            answer(fd, frame);
+        for (const Piece& piece : splitter_.flush()) {
+            if (piece.frame) {
+                answer(fd, piece.bytes);
+            }
         }
     }
     return false;
@@ -86,8 +88,10 @@ bool SimServer::receive(int fd) {
         return false;
     }
     lastByte_ = Clock::now();
-    for (const Bytes& frame : splitter_.feed(bytes.data(), bytes.size())) {
-        answer(fd, frame);
+    for (const Piece& piece : splitter_.feed(bytes.data(), bytes.size())) {
+        if (piece.frame) {
+            answer(fd, piece.bytes);
+        }
     }
     return true;
 }
