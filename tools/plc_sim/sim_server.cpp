@@ -40,9 +40,10 @@ tools::FrameFamily captureFamily(Family family) {
 void SimServer::serveLine(int fd) {
     while (!stop_) {
         if (wait(fd, false) && !receive(fd)) {
-            return;
+            break;
         }
     }
+    dropPending();
 }
 
 void SimServer::serveTcp(int listenFd) {
@@ -54,12 +55,19 @@ void SimServer::serveTcp(int listenFd) {
         if (!connection.valid()) {
             continue;
         }
-        splitter_ = FrameSplitter();
         while (!stop_) {
             if (wait(connection.get(), false) && !receive(connection.get())) {
                 break;
             }
         }
+        // The next connection starts afresh.
+        dropPending();
+    }
+}
+
+void SimServer::dropPending() {
+    for (const Piece& piece : splitter_.flush()) {
+        capture_.dropped(piece.bytes.data(), piece.bytes.size());
     }
 }
 

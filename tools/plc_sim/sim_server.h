@@ -39,6 +39,8 @@ private:
     // Answers the frames among `pieces`; the rest was dropped.
     void take(int fd, const std::vector<Piece>& pieces);
     void answer(int fd, const Bytes& request);
+    // Drops what is left unanswered when the line or connection ends.
+    void dropPending();
     void tickCounters();
 
     PlcModel& plc_;
