@@ -52,7 +52,8 @@ std::vector<Row> decode(const std::string& capture, const std::vector<std::strin
 // The pairing and direction of each frame, and its Info column.
 const std::vector<std::string> kExchangeFields{
     "korvan.kind",       "korvan.direction",  "korvan.request_in", "korvan.reply_in",
-    "korvan.crc.status", "korvan.sum.status", "_ws.col.Info"};
+    "korvan.crc.status", "korvan.sum.status", "korvan.time",       "_ws.col.Info"};
+constexpr std::size_t kInfo = 7;
 
 // Requests and replies alternate, each reply paired with the frame before it; the host sends
 // requests and receives replies, the PLC the other way round.
@@ -66,6 +67,7 @@ void expectPairedExchanges(const std::vector<Row>& rows, bool hostSide) {
         EXPECT_EQ(rows[i][request ? 3 : 2], number);
         EXPECT_EQ(rows[i][request ? 2 : 3], "");
         EXPECT_EQ(rows[i][4] + rows[i][5], "good");  // a CRC, or a remote request's sum
+        EXPECT_EQ(rows[i][6].empty(), request);      // a reply's time since its request
     }
 }
 
@@ -134,7 +136,7 @@ TEST_F(Capture, BothEndsDecodeTheSameExchangesInEitherFamily) {
             SCOPED_TRACE(capture);
             const std::vector<Row> rows = decode(capture, fields);
             ASSERT_FALSE(rows.empty());
-            EXPECT_EQ(column(rows, 6), c.info);
+            EXPECT_EQ(column(rows, kInfo), c.info);
             expectPairedExchanges(rows, capture == hostCapture);
             EXPECT_EQ(Row(rows[0].begin() + kExchangeFields.size(), rows[0].end()), c.values);
         }
