@@ -50,6 +50,9 @@ function(korvan_install_programs dir)
 endfunction()
 file(RELATIVE_PATH korvan_bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 korvan_install_programs(${PROJECT_SOURCE_DIR}/tools)
+# The dissector for the programs' captures, for a Wireshark plugins folder or -X lua_script:.
+install(FILES tools/wireshark/korvan.lua
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME}/wireshark)
 
 set(CPACK_PACKAGE_NAME ${PROJECT_NAME})
 set(CPACK_PACKAGE_VENDOR "korvan")
@@ -60,10 +63,10 @@ set(CPACK_STRIP_FILES ON)
 string(REPLACE "_" "-" CPACK_DEBIAN_PACKAGE_NAME ${PROJECT_NAME})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
-# What dpkg-shlibdeps reports for the library, written out because it cannot inspect a cross
-# build's binaries.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS
-    "libc6 (>= 2.14), libgcc-s1 (>= 3.0), libqt5core5a (>= 5.15.1), libstdc++6 (>= 5)")
+# What dpkg-shlibdeps reports for the library and the programs (libpcap: their captures),
+# written out because it cannot inspect a cross build's binaries.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.14), libgcc-s1 (>= 3.0), \
+libpcap0.8 (>= 0.9.8), libqt5core5a (>= 5.15.1), libstdc++6 (>= 5)")
 # Debian has no Qt 4 to depend on: a Qt 4 build is packed as a .tar.gz of the installed tree,
 # for a panel image that brings its own Qt 4.
 if(KORVAN_QT_MAJOR STREQUAL "4")

@@ -41,7 +41,13 @@ Bytes join(std::initializer_list<Bytes> parts) {
     return all;
 }
 
-std::vector<Bytes> feed(plcsim::FrameSplitter& s, const Bytes& b) {
+using Pieces = std::vector<plcsim::Piece>;
+
+plcsim::Piece frame(const Bytes& b) {
+    return {b, true};
+}
+
+Pieces feed(plcsim::FrameSplitter& s, const Bytes& b) {
     return s.feed(b.data(), b.size());
 }
 
@@ -50,9 +56,9 @@ std::vector<Bytes> feed(plcsim::FrameSplitter& s, const Bytes& b) {
 TEST(FrameSplitter, FindsFramesTogetherAndInPieces) {
     plcsim::FrameSplitter s;
     const Bytes stream = join({kRead, kWrite, remoteRead(), longWrite(), kRead});
-    EXPECT_EQ(feed(s, Bytes(stream.begin(), stream.begin() + 13)), std::vector<Bytes>{kRead});
+    EXPECT_EQ(feed(s, Bytes(stream.begin(), stream.begin() + 13)), Pieces{frame(kRead)});
     EXPECT_EQ(feed(s, Bytes(stream.begin() + 13, stream.end())),
-              (std::vector<Bytes>{kWrite, remoteRead(), longWrite(), kRead}));
+              (Pieces{frame(kWrite), frame(remoteRead()), frame(longWrite()), frame(kRead)}));
     EXPECT_FALSE(s.pending());
 }
 
@@ -60,9 +66,10 @@ TEST(FrameSplitter, ResynchronisesWhenTheLineGoesQuiet) {
     plcsim::FrameSplitter s;
     Bytes damaged = kRead;
     damaged[5] ^= 0x01;
-    // Noise, then a frame whose CRC fails: nothing can be told until the line is quiet.
+    // Noise, then a frame whose CRC fails: nothing can be told until the line is quiet. The
+    // bytes dropped come out as one run, before the frame behind them.
     EXPECT_TRUE(feed(s, join({{0xFF}, damaged, kRead})).empty());
-    EXPECT_EQ(s.flush(), std::vector<Bytes>{kRead});
+    EXPECT_EQ(s.flush(), (Pieces{{join({{0xFF}, damaged}), false}, frame(kRead)}));
     EXPECT_EQ(s.discarded(), 1 + damaged.size());
-    EXPECT_EQ(feed(s, kRead), std::vector<Bytes>{kRead});
+    EXPECT_EQ(feed(s, kRead), Pieces{frame(kRead)});
 }

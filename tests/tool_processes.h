@@ -8,13 +8,17 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -134,7 +138,63 @@ inline bool waitForExit(pid_t pid, int* status, int timeoutMs, bool killLate) {
     return false;
 }
 
+// What a program printed and how it ended (-1: killed, or not started).
+struct ProgramRun {
+    int exitCode = -1;
+    std::string out;
+    std::string err;
+};
+
+// Runs `program` to its end, at most kRunTimeoutMs.
+inline ProgramRun runProgram(const char* program, const std::vector<std::string>& args) {
+    ProgramRun run;
+    const tools::UniqueFd out = outputFile();
+    const tools::UniqueFd err = outputFile();
+    const pid_t pid = spawn(program, args, out.get(), err.get());
+    int status = 0;
+    if (pid < 0) {
+        return run;
+    }
+    if (!waitForExit(pid, &status, kRunTimeoutMs, true)) {
+        ADD_FAILURE() << program << " did not finish: " << joined(args);
+        return run;
+    }
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.out = contents(out.get());
+    run.err = contents(err.get());
+    return run;
+}
+
 }  // namespace tool_processes
+
+// A new folder for one test's files under $TMPDIR (or /tmp), removed with them.
+class ScratchDir {
+public:
+    ScratchDir() {
+        const char* tmp = std::getenv("TMPDIR");
+        const std::filesystem::path base = tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
+        std::string pattern = (base / "korvan_tools_test.XXXXXX").string();
+        if (mkdtemp(pattern.data()) == nullptr) {
+            ADD_FAILURE() << pattern << ": " << std::strerror(errno);
+            return;
+        }
+        dir_ = pattern;
+    }
+    ~ScratchDir() {
+        if (!dir_.empty()) {
+            std::error_code ignored;
+            std::filesystem::remove_all(dir_, ignored);
+        }
+    }
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+
+    bool valid() const { return !dir_.empty(); }
+    std::string path(const std::string& name) const { return dir_ + "/" + name; }
+
+private:
+    std::string dir_;
+};
 
 // A simulator started for one test; `endpoint()` is its pseudo-terminal or TCP address, the
 // second word of its first line ("pty /dev/pts/5"). Its stderr stays the test's.
@@ -237,23 +297,12 @@ private:
 };
 
 inline HostRun runHost(const std::vector<std::string>& args) {
-    using namespace tool_processes;
     HostRun run;
-    const tools::UniqueFd out = outputFile();
-    const tools::UniqueFd err = outputFile();
-    const pid_t pid = spawn(KORVAN_REF_HOST, args, out.get(), err.get());
-    int status = 0;
-    if (pid < 0) {
-        return run;
-    }
-    if (!waitForExit(pid, &status, kRunTimeoutMs, true)) {
-        ADD_FAILURE() << "the host did not finish: " << joined(args);
-        return run;
-    }
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    run.errors = contents(err.get());
+    const tool_processes::ProgramRun program = tool_processes::runProgram(KORVAN_REF_HOST, args);
+    run.exitCode = program.exitCode;
+    run.errors = program.err;
 
-    std::istringstream lines(contents(out.get()));
+    std::istringstream lines(program.out);
     for (std::string line; std::getline(lines, line);) {
         const nlohmann::json o = nlohmann::json::parse(line, nullptr, false);
         if (!o.is_object()) {

@@ -3,12 +3,6 @@
 // it. The simulator's memory dump and the host's image dump are compared word for word.
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -46,24 +40,13 @@ bool contains(const std::string& text, const std::string& part) {
 class ToolsEndToEnd : public ::testing::Test {
 protected:
     void SetUp() override {
-        const char* tmp = std::getenv("TMPDIR");
-        const std::filesystem::path base = tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
-        std::string pattern = (base / "korvan_tools_test.XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr) << pattern << ": " << std::strerror(errno);
-        dir = pattern;
+        ASSERT_TRUE(dir.valid());
         std::ofstream file(path("memory.txt"), std::ios::binary);
         ASSERT_TRUE(file.is_open());
         file << kMemory;
     }
 
-    void TearDown() override {
-        if (!dir.empty()) {
-            std::error_code ignored;
-            std::filesystem::remove_all(dir, ignored);
-        }
-    }
-
-    std::string path(const char* name) const { return dir + "/" + name; }
+    std::string path(const char* name) const { return dir.path(name); }
 
     std::vector<std::string> simulatorArgs(std::vector<std::string> transport) const {
         const std::vector<std::string> common{"--stations",       "1,2,3",  "--memory",
@@ -86,7 +69,7 @@ protected:
         return plc;
     }
 
-    std::string dir;
+    ScratchDir dir;
 };
 
 TEST_F(ToolsEndToEnd, ReadsAndWritesOverAPseudoTerminal) {

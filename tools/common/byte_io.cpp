@@ -82,8 +82,9 @@ void writeAll(int fd, const std::uint8_t* data, std::size_t length) {
     }
 }
 
-bool readFor(int fd, std::size_t length, int timeoutMs, Bytes& got) {
+bool readFor(int fd, std::size_t length, int timeoutMs, Bytes& got, Bytes& beyond) {
     got.clear();
+    beyond.clear();
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     // The first wait is the whole timeout; the clock is read again only for a reply that comes
     // in pieces.
@@ -106,15 +107,11 @@ bool readFor(int fd, std::size_t length, int timeoutMs, Bytes& got) {
         }
     }
     if (got.size() > length) {
+        beyond.assign(got.begin() + static_cast<std::ptrdiff_t>(length), got.end());
         got.resize(length);
         return true;
     }
     return false;
-}
-
-void discardInput(int fd) {
-    Bytes ignored;
-    readAvailable(fd, ignored);
 }
 
 }  // namespace tools

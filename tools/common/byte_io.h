@@ -27,11 +27,9 @@ std::size_t readAvailable(int fd, Bytes& out);
 // Writes everything, waiting for room as needed. Throws LinkClosed.
 void writeAll(int fd, const std::uint8_t* data, std::size_t length);
 // Reads until `length` bytes are in or `timeoutMs` has passed; `got` holds what came, at most
-// `length` bytes (its storage is reused). Bytes that came with the reply but beyond `length`
-// cannot belong to it: they are dropped, and the result is true. A signal ends the wait early.
-bool readFor(int fd, std::size_t length, int timeoutMs, Bytes& got);
-// Drops whatever is waiting to be read: late answers to earlier requests.
-void discardInput(int fd);
+// `length` bytes. Bytes that came with the reply but beyond `length` cannot belong to it: they
+// go to `beyond`, and the result is true. Both keep their storage. A signal ends the wait early.
+bool readFor(int fd, std::size_t length, int timeoutMs, Bytes& got, Bytes& beyond);
 
 }  // namespace tools
 

@@ -44,20 +44,18 @@ std::vector<std::size_t> possibleLengths(const Bytes& b) {
 
 }  // namespace
 
-std::vector<Bytes> FrameSplitter::feed(const std::uint8_t* data, std::size_t length) {
+std::vector<Piece> FrameSplitter::feed(const std::uint8_t* data, std::size_t length) {
     buffer_.insert(buffer_.end(), data, data + length);
     return extract(false);
 }
 
-std::vector<Bytes> FrameSplitter::flush() {
-    std::vector<Bytes> frames = extract(true);
-    discarded_ += buffer_.size();
-    buffer_.clear();
-    return frames;
+std::vector<Piece> FrameSplitter::flush() {
+    // On a quiet line nothing is waited for: every byte ends in a frame or is dropped.
+    return extract(true);
 }
 
-std::vector<Bytes> FrameSplitter::extract(bool lineQuiet) {
-    std::vector<Bytes> frames;
+std::vector<Piece> FrameSplitter::extract(bool lineQuiet) {
+    std::vector<Piece> pieces;
     while (!buffer_.empty()) {
         bool waiting = false;
         std::size_t found = 0;
@@ -70,16 +68,20 @@ std::vector<Bytes> FrameSplitter::extract(bool lineQuiet) {
             }
         }
         if (found != 0) {
-            frames.emplace_back(buffer_.begin(), buffer_.begin() + found);
+            pieces.push_back({Bytes(buffer_.begin(), buffer_.begin() + found), true});
             buffer_.erase(buffer_.begin(), buffer_.begin() + found);
         } else if (waiting) {
             break;
         } else {
+            if (pieces.empty() || pieces.back().frame) {
+                pieces.push_back({{}, false});
+            }
+            pieces.back().bytes.push_back(buffer_.front());
             buffer_.erase(buffer_.begin());
             ++discarded_;
         }
     }
-    return frames;
+    return pieces;
 }
 
 }  // namespace plcsim

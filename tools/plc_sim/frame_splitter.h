@@ -16,20 +16,31 @@
 
 namespace plcsim {
 
+// A frame, or a run of bytes that started no frame and was dropped.
+struct Piece {
+    Bytes bytes;
+    bool frame = true;
+
+    bool operator==(const Piece& other) const {
+        return frame == other.frame && bytes == other.bytes;
+    }
+};
+
 class FrameSplitter {
 public:
-    // Appends received bytes; returns the frames now complete, in order.
-    std::vector<Bytes> feed(const std::uint8_t* data, std::size_t length);
+    // Appends received bytes; returns the frames now complete and the bytes dropped, in the
+    // order they came.
+    std::vector<Piece> feed(const std::uint8_t* data, std::size_t length);
     // The line has been quiet for the gap: returns the frames left in the buffer and drops the
     // rest.
-    std::vector<Bytes> flush();
+    std::vector<Piece> flush();
 
     bool pending() const { return !buffer_.empty(); }
     // Bytes dropped because no frame could start with them.
     std::size_t discarded() const { return discarded_; }
 
 private:
-    std::vector<Bytes> extract(bool lineQuiet);
+    std::vector<Piece> extract(bool lineQuiet);
 
     Bytes buffer_;
     std::size_t discarded_ = 0;

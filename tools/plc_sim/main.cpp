@@ -2,6 +2,7 @@
 // a TCP port, for running and testing hosts without a PLC.
 #include <iostream>
 
+#include "line_capture.h"
 #include "plc_model.h"
 #include "serial_line.h"
 #include "sim_memory.h"
@@ -21,7 +22,8 @@ void run(const plcsim::SimOptions& options) {
     plcsim::PlcModel plc(options.stations);
     plc.setFaults(options.faults);
     plcsim::loadMemory(plc, options);
-    plcsim::SimServer server(plc, options, tools::stopOnSignals());
+    tools::LineCapture capture(options.pcapFile, tools::CaptureSide::Plc);
+    plcsim::SimServer server(plc, options, capture, tools::stopOnSignals());
 
     switch (options.transport) {
         case plcsim::Transport::PseudoTerminal: {

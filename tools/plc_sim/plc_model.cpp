@@ -81,13 +81,16 @@ void PlcModel::setBit(int station, int areaCode, std::uint32_t bitAddress, bool 
 Reply PlcModel::handle(const Bytes& request) {
     ++stats_.requests;
     std::optional<Bytes> reply;
-    if (crcHolds(request, request.size()) && request[1] >= kFnReadBits &&
-        request[1] <= kFnWriteWords) {
-        reply = handleLocal(request);
-    } else if (sumHolds(request, request.size())) {
-        reply = handleRemote(request);
-    } else {
-        ++stats_.ignored;
+    switch (familyOf(request)) {
+        case Family::Local:
+            reply = handleLocal(request);
+            break;
+        case Family::Remote:
+            reply = handleRemote(request);
+            break;
+        case Family::Neither:
+            ++stats_.ignored;
+            break;
     }
     if (!reply) {
         return Reply{};

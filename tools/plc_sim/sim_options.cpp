@@ -89,6 +89,8 @@ Faults (replies only; fractions 0..1):
   --faults-seconds S      only requests in the first S seconds after the first one see faults
 
   --trace                 print every request and reply in hexadecimal on stderr
+  --pcap FILE             capture every frame received or sent, and bytes dropped, to FILE,
+                          for Wireshark with tools/wireshark/korvan.lua
   --help                  this text
 )";
 
@@ -155,6 +157,7 @@ const Rule kRules[] = {
              static_cast<double>(tools::parseInteger(v, 1, kMaxCount, "--faults-seconds"));
      }},
     {"trace", false, [](SimOptions& o, const std::string&) { o.trace = true; }},
+    {"pcap", true, [](SimOptions& o, const std::string& v) { o.pcapFile = v; }},
     {"help", false, [](SimOptions& o, const std::string&) { o.help = true; }},
 };
 

@@ -44,6 +44,7 @@ struct SimOptions {
     std::string dumpFile;
     int gapMs = 50;
     bool trace = false;
+    std::string pcapFile;  // empty: no capture
     bool help = false;
 };
 

@@ -23,14 +23,27 @@ std::string hex(const Bytes& b) {
     return tools::hexBytes(b.data(), b.size());
 }
 
+tools::FrameFamily captureFamily(Family family) {
+    switch (family) {
+        case Family::Local:
+            return tools::FrameFamily::Local;
+        case Family::Remote:
+            return tools::FrameFamily::Remote;
+        case Family::Neither:
+            break;
+    }
+    return tools::FrameFamily::Unknown;
+}
+
 }  // namespace
 
 void SimServer::serveLine(int fd) {
     while (!stop_) {
         if (wait(fd, false) && !receive(fd)) {
-            return;
+            break;
         }
     }
+    dropPending();
 }
 
 void SimServer::serveTcp(int listenFd) {
@@ -42,12 +55,19 @@ void SimServer::serveTcp(int listenFd) {
         if (!connection.valid()) {
             continue;
         }
-        splitter_ = FrameSplitter();
         while (!stop_) {
             if (wait(connection.get(), false) && !receive(connection.get())) {
                 break;
             }
         }
+        // The next connection starts afresh.
+        dropPending();
+    }
+}
+
+void SimServer::dropPending() {
+    for (const Piece& piece : splitter_.flush()) {
+        capture_.dropped(piece.bytes.data(), piece.bytes.size());
     }
 }
 
@@ -69,9 +89,7 @@ bool SimServer::wait(int fd, bool listening) {
         return true;
     }
     if (framePending && Clock::now() - lastByte_ >= std::chrono::milliseconds(options_.gapMs)) {
-        for (const Bytes& frame : splitter_.flush()) {
-            answer(fd, frame);
-        }
+        take(fd, splitter_.flush());
     }
     return false;
 }
@@ -86,13 +104,22 @@ bool SimServer::receive(int fd) {
         return false;
     }
     lastByte_ = Clock::now();
-    for (const Bytes& frame : splitter_.feed(bytes.data(), bytes.size())) {
-        answer(fd, frame);
-    }
+    take(fd, splitter_.feed(bytes.data(), bytes.size()));
     return true;
 }
 
+void SimServer::take(int fd, const std::vector<Piece>& pieces) {
+    for (const Piece& piece : pieces) {
+        if (piece.frame) {
+            answer(fd, piece.bytes);
+        } else {
+            capture_.dropped(piece.bytes.data(), piece.bytes.size());
+        }
+    }
+}
+
 void SimServer::answer(int fd, const Bytes& request) {
+    capture_.request(captureFamily(familyOf(request)), request.data(), request.size());
     const Reply reply = plc_.handle(request);
     firstRequest_ = std::min(firstRequest_, Clock::now());
     const bool countDone = options_.faultsFor != 0 && plc_.stats().requests >= options_.faultsFor;
@@ -113,6 +140,7 @@ void SimServer::answer(int fd, const Bytes& request) {
     if (reply.delayMs > 0) {
         std::this_thread::sleep_for(std::chrono::milliseconds(reply.delayMs));
     }
+    capture_.reply(reply.bytes.data(), reply.bytes.size());
     try {
         tools::writeAll(fd, reply.bytes.data(), reply.bytes.size());
     } catch (const tools::LinkClosed&) {

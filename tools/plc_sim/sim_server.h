@@ -7,6 +7,7 @@
 #include <csignal>
 
 #include "frame_splitter.h"
+#include "line_capture.h"
 #include "plc_model.h"
 #include "sim_options.h"
 #include "unique_fd.h"
@@ -15,8 +16,10 @@ namespace plcsim {
 
 class SimServer {
 public:
-    SimServer(PlcModel& plc, const SimOptions& options, const volatile std::sig_atomic_t& stop)
-        : plc_(plc), options_(options), stop_(stop) {}
+    // Every frame received and sent, and every byte dropped, goes to `capture`.
+    SimServer(PlcModel& plc, const SimOptions& options, tools::LineCapture& capture,
+              const volatile std::sig_atomic_t& stop)
+        : plc_(plc), options_(options), capture_(capture), stop_(stop) {}
 
     // Serves a serial line or pseudo-terminal until stopped.
     void serveLine(int fd);
@@ -33,11 +36,16 @@ private:
     bool wait(int fd, bool listening);
     // Reads and answers what arrived; false when the other end went away.
     bool receive(int fd);
+    // Answers the frames among `pieces`; the rest was dropped.
+    void take(int fd, const std::vector<Piece>& pieces);
     void answer(int fd, const Bytes& request);
+    // Drops what is left unanswered when the line or connection ends.
+    void dropPending();
     void tickCounters();
 
     PlcModel& plc_;
     const SimOptions& options_;
+    tools::LineCapture& capture_;
     const volatile std::sig_atomic_t& stop_;
     FrameSplitter splitter_;
     Clock::time_point lastByte_ = Clock::now();

@@ -33,4 +33,11 @@ bool sumHolds(const Bytes& b, std::size_t n) {
     return b[0] == (n & 0xFF) && (sum & 0xFF) == b[n - 1];
 }
 
+Family familyOf(const Bytes& frame) {
+    if (crcHolds(frame, frame.size()) && frame[1] >= kFnReadBits && frame[1] <= kFnWriteWords) {
+        return Family::Local;
+    }
+    return sumHolds(frame, frame.size()) ? Family::Remote : Family::Neither;
+}
+
 }  // namespace plcsim

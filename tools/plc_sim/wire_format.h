@@ -29,6 +29,11 @@ bool crcHolds(const Bytes& b, std::size_t n);
 // sum last.
 bool sumHolds(const Bytes& b, std::size_t n);
 
+enum class Family { Local, Remote, Neither };
+// The family of a whole frame: local when its CRC holds and it names a local function, else
+// remote when its sum holds.
+Family familyOf(const Bytes& frame);
+
 }  // namespace plcsim
 
 #endif

@@ -83,6 +83,8 @@ Run and output:
   --scans N, --seconds S  stop after N complete scans or S seconds (default: until Ctrl-C)
   --format table|csv|json live table (default), or one line per variable per scan
   --trace                 every frame sent and received, decoded, and its result (on stderr)
+  --pcap FILE             capture every frame sent, received or dropped to FILE, for
+                          Wireshark with tools/wireshark/korvan.lua
   --image-dump FILE       on exit, write the driver's image of the variables' words in the
                           simulator's memory file format
   --help                  this text
@@ -168,6 +170,7 @@ const Rule kRules[] = {
     {"seconds", true, [](HostOptions& o, const std::string& v) { o.seconds = parseSeconds(v); }},
     {"format", true, [](HostOptions& o, const std::string& v) { o.format = parseFormat(v); }},
     {"trace", false, [](HostOptions& o, const std::string&) { o.trace = true; }},
+    {"pcap", true, [](HostOptions& o, const std::string& v) { o.pcapFile = v; }},
     {"image-dump", true, [](HostOptions& o, const std::string& v) { o.imageDump = v; }},
     {"help", false, [](HostOptions& o, const std::string&) { o.help = true; }},
 };

@@ -43,6 +43,7 @@ struct HostOptions {
     double seconds = 0.0;         // 0: no bound
     Format format = Format::Table;
     bool trace = false;
+    std::string pcapFile;  // empty: no capture
     std::string imageDump;
     bool help = false;
 };

@@ -16,7 +16,11 @@ constexpr std::size_t kLongestReply = 4096;
 
 }  // namespace
 
-Link::Link(const HostOptions& options) : line_(options.line), turnaroundMs_(options.turnaroundMs) {
+Link::Link(const HostOptions& options)
+    : capture_(options.pcapFile, tools::CaptureSide::Host),
+      family_(options.settings.remoteMode ? tools::FrameFamily::Remote : tools::FrameFamily::Local),
+      line_(options.line),
+      turnaroundMs_(options.turnaroundMs) {
     switch (options.port) {
         case PortKind::StartedSimulator:
             simulator_ = std::make_unique<StartedSimulator>(options.simulatorOptions);
@@ -53,15 +57,23 @@ const tools::Bytes& Link::exchange(const std::uint8_t* request, std::size_t leng
     // system call per exchange. A reply that comes after its timeout makes that exchange fail;
     // the next two then look first, in case its retry's reply comes late as well.
     if (!lineSettled || overrun_) {
-        tools::discardInput(fd_.get());
+        dropped_.clear();
+        tools::readAvailable(fd_.get(), dropped_);
+        capture_.dropped(dropped_.data(), dropped_.size());
     }
+    capture_.request(family_, request, length);
     tools::writeAll(fd_.get(), request, length);
     reply_.clear();
     overrun_ = false;
     if (replyLength != 0) {
         const std::size_t expected =
             replyLength < 0 ? kLongestReply : static_cast<std::size_t>(replyLength);
-        overrun_ = tools::readFor(fd_.get(), expected, replyTimeoutMs(length, replyLength), reply_);
+        overrun_ = tools::readFor(fd_.get(), expected, replyTimeoutMs(length, replyLength), reply_,
+                                  dropped_);
+        capture_.reply(reply_.data(), reply_.size());
+        if (overrun_) {
+            capture_.dropped(dropped_.data(), dropped_.size());
+        }
     }
     return reply_;
 }

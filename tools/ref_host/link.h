@@ -8,6 +8,7 @@
 
 #include "byte_io.h"
 #include "host_options.h"
+#include "line_capture.h"
 #include "started_simulator.h"
 #include "unique_fd.h"
 
@@ -15,14 +16,15 @@ namespace refhost {
 
 class Link {
 public:
-    // Opens the port the options name. Throws std::runtime_error with a clear reason.
+    // Opens the port the options name, and their capture file. Throws std::runtime_error with a
+    // clear reason.
     explicit Link(const HostOptions& options);
 
     // Sends the request, then waits for `replyLength` bytes (none when it is 0) until the reply
     // timeout; returns what came, valid until the next exchange. Unless `lineSettled` (the last
     // two replies were good) and nothing came after the last reply, whatever is waiting is
-    // dropped first: a late answer to an earlier request must not pass for this one's. Throws
-    // tools::LinkClosed.
+    // dropped first: a late answer to an earlier request must not pass for this one's. Every
+    // byte sent, received or dropped goes to the capture. Throws tools::LinkClosed.
     const tools::Bytes& exchange(const std::uint8_t* request, std::size_t length, int replyLength,
                                  bool lineSettled);
 
@@ -31,6 +33,8 @@ public:
     const std::string& description() const { return description_; }
 
 private:
+    tools::LineCapture capture_;
+    tools::FrameFamily family_;
     std::unique_ptr<StartedSimulator> simulator_;
     tools::UniqueFd fd_;
     bool serial_ = true;
@@ -38,6 +42,7 @@ private:
     int turnaroundMs_ = 0;
     std::string description_;
     tools::Bytes reply_;
+    tools::Bytes dropped_;
     bool overrun_ = true;  // bytes came after the last reply (or none was read yet)
 };
 

@@ -1,0 +1,459 @@
+-- Wireshark dissector for the line captures of korvan_ref_host and korvan_plc_sim (--pcap):
+-- link type USER0, a pseudo-header of the tools' own (tools/common/line_capture.h), then the
+-- frame as it went out or came in.
+--
+--   wireshark -X lua_script:tools/wireshark/korvan.lua capture.pcap
+--   tshark -2 -X lua_script:tools/wireshark/korvan.lua -r capture.pcap
+--
+-- Every field is under "korvan."; a damaged frame matches korvan.crc.status == "bad" (and
+-- raises the expert info korvan.crc.bad). A reply names its request (korvan.request_in) and the
+-- time since it (korvan.time); a request names its reply (korvan.reply_in) once the whole
+-- capture has been read, which tshark does with -2.
+
+local korvan = Proto("korvan", "Korvan PLC line")
+
+-- The pseudo-header.
+local HEADER_VERSION = 1
+local MIN_HEADER_LENGTH = 10  -- version 1's fields
+local SIDE_NAMES = { [0] = "host", [1] = "PLC" }
+local DIRECTION_NAMES = { [0] = "sent", [1] = "received" }
+local KIND_REQUEST, KIND_REPLY = 0, 1  -- and 2: bytes dropped
+local KIND_NAMES = { [0] = "request", [1] = "reply", [2] = "dropped as line noise" }
+local FAMILY_REMOTE = 1
+local FAMILY_NAMES = { [0] = "local", [1] = "remote", [2] = "not known" }
+
+-- Local frames: station, function, area code, address (24 bits), count, then for writes a
+-- payload length byte and the payload; CRC-16 at the end, low byte first.
+local FN_READ_BITS, FN_WRITE_BITS, FN_READ_WORDS, FN_WRITE_WORDS = 0x1E, 0x1F, 0x20, 0x21
+local FUNCTION_NAMES = {
+    [FN_READ_BITS] = "read bits",
+    [FN_WRITE_BITS] = "write bits",
+    [FN_READ_WORDS] = "read words",
+    [FN_WRITE_WORDS] = "write words",
+}
+local LOCAL_HEADER = 8
+local LOCAL_READ_LENGTH = 10
+local CRC_LENGTH = 2
+-- Remote frames: the length byte, owner, direction, port, station, area index, address (32
+-- bits), count, mark, extra, the payload of a write, and an additive checksum byte.
+local REMOTE_HEADER = 21
+-- Replies: station, function, byte count, data, CRC.
+local REPLY_HEADER = 3
+local WRITE_REPLY_LENGTH = 10
+
+-- The driver's area indexes and their wire codes: 0..13 are bit areas, 14..28 word areas, 29 a
+-- bit of a word of area 14 (its writes go to code 0x80).
+local AREA_CODES = { [0] = 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x0D, 0x08, 0x09, 0x0A, 0x0B,
+    0x0C, 0x12, 0x80, 0x81, 0x82, 0x8D, 0x85, 0x83, 0x88, 0x8E, 0x86, 0x87, 0x8C, 0x91, 0x89,
+    0x8A, 0x8B }
+local LAST_BIT_AREA = 13
+local BIT_OF_WORD_AREA = 29
+local AREA_OF_CODE, CODE_NAMES, AREA_NAMES = {}, {}, {}
+for area, code in pairs(AREA_CODES) do
+    AREA_OF_CODE[code] = area
+    CODE_NAMES[code] = "area " .. area
+    AREA_NAMES[area] = area <= LAST_BIT_AREA and "bit area" or "word area"
+end
+AREA_NAMES[BIT_OF_WORD_AREA] = "bit of a word of area 14"
+
+-- How much of the data the Info column shows.
+local INFO_WORDS = 8
+local INFO_BITS = 64
+local INFO_HEX_BYTES = 16
+
+local f = {
+    header_length = ProtoField.uint8("korvan.capture.header_length", "Header length"),
+    version = ProtoField.uint8("korvan.capture.version", "Header version"),
+    side = ProtoField.uint8("korvan.capture.side", "Captured by", base.DEC, SIDE_NAMES),
+    direction = ProtoField.uint8("korvan.direction", "Direction", base.DEC, DIRECTION_NAMES),
+    kind = ProtoField.uint8("korvan.kind", "Kind", base.DEC, KIND_NAMES),
+    family = ProtoField.uint8("korvan.family", "Frame family", base.DEC, FAMILY_NAMES),
+    exchange = ProtoField.uint32("korvan.exchange", "Exchange"),
+    request_in = ProtoField.framenum("korvan.request_in", "Request in", base.NONE,
+        frametype.REQUEST),
+    reply_in = ProtoField.framenum("korvan.reply_in", "Reply in", base.NONE, frametype.RESPONSE),
+    time = ProtoField.relative_time("korvan.time", "Time since request"),
+
+    station = ProtoField.uint8("korvan.station", "Station"),
+    func = ProtoField.uint8("korvan.function", "Function", base.HEX, FUNCTION_NAMES),
+    area_code = ProtoField.uint8("korvan.area_code", "Area code", base.HEX, CODE_NAMES),
+    area = ProtoField.uint16("korvan.area", "Area", base.DEC, AREA_NAMES),
+    address = ProtoField.uint32("korvan.address", "Address"),
+    count = ProtoField.uint16("korvan.count", "Count"),
+    payload_length = ProtoField.uint8("korvan.payload_length", "Payload length"),
+    payload = ProtoField.bytes("korvan.payload", "Payload"),
+    byte_count = ProtoField.uint8("korvan.byte_count", "Byte count"),
+    data = ProtoField.bytes("korvan.data", "Data"),
+    word = ProtoField.uint16("korvan.word", "Word", base.HEX_DEC),
+    bits = ProtoField.string("korvan.bits", "Bits"),
+    crc = ProtoField.uint16("korvan.crc", "CRC", base.HEX),
+    crc_status = ProtoField.string("korvan.crc.status", "CRC status"),
+    sum = ProtoField.uint8("korvan.sum", "Checksum", base.HEX),
+    sum_status = ProtoField.string("korvan.sum.status", "Checksum status"),
+    dropped = ProtoField.bytes("korvan.dropped", "Dropped bytes"),
+
+    remote_length = ProtoField.uint8("korvan.remote.length", "Length"),
+    remote_owner = ProtoField.uint8("korvan.remote.owner", "Owner"),
+    remote_direction = ProtoField.uint8("korvan.remote.direction", "Direction", base.DEC,
+        { [0] = "read" }),
+    remote_port = ProtoField.uint8("korvan.remote.port", "Port"),
+    remote_mark = ProtoField.int32("korvan.remote.mark", "Mark"),
+    remote_extra = ProtoField.int32("korvan.remote.extra", "Extra"),
+}
+korvan.fields = f
+
+local e = {
+    bad_crc = ProtoExpert.new("korvan.crc.bad", "Bad CRC", expert.group.CHECKSUM,
+        expert.severity.ERROR),
+    bad_sum = ProtoExpert.new("korvan.sum.bad", "Bad checksum", expert.group.CHECKSUM,
+        expert.severity.ERROR),
+    no_reply = ProtoExpert.new("korvan.no_reply", "No reply in the capture",
+        expert.group.SEQUENCE, expert.severity.WARN),
+    reply_length = ProtoExpert.new("korvan.reply_length", "Reply length differs from the request's",
+        expert.group.MALFORMED, expert.severity.WARN),
+    dropped = ProtoExpert.new("korvan.dropped.note", "Bytes dropped as line noise",
+        expert.group.SEQUENCE, expert.severity.WARN),
+    short = ProtoExpert.new("korvan.short", "Frame too short", expert.group.MALFORMED,
+        expert.severity.ERROR),
+}
+korvan.experts = e
+
+-- What a reply needs from its request, by capturing side and exchange number.
+local requests = {}
+
+function korvan.init()
+    requests = {}
+end
+
+local function exchange_key(side, exchange)
+    return side .. ":" .. exchange
+end
+
+local function crc16(range)
+    local crc = 0xFFFF
+    for i = 0, range:len() - 1 do
+        crc = bit32.bxor(crc, range(i, 1):uint())
+        for _ = 1, 8 do
+            if bit32.band(crc, 1) == 1 then
+                crc = bit32.bxor(bit32.rshift(crc, 1), 0xA001)
+            else
+                crc = bit32.rshift(crc, 1)
+            end
+        end
+    end
+    return crc
+end
+
+-- The CRC in the last two bytes of `frame`, low byte first, over every byte before them.
+local function add_crc(tree, frame)
+    local n = frame:len()
+    local stated = frame(n - CRC_LENGTH, CRC_LENGTH):le_uint()
+    local computed = crc16(frame(0, n - CRC_LENGTH))
+    local item = tree:add_le(f.crc, frame(n - CRC_LENGTH, CRC_LENGTH))
+    local good = stated == computed
+    local status = tree:add(f.crc_status, good and "good" or "bad"):set_generated()
+    if not good then
+        item:append_text(string.format(" [should be 0x%04x]", computed))
+        status:add_proto_expert_info(e.bad_crc)
+    end
+    return good
+end
+
+-- The additive checksum in the last byte of a remote frame.
+local function add_sum(tree, frame)
+    local n = frame:len()
+    local sum = 0
+    for i = 0, n - 2 do
+        sum = sum + frame(i, 1):uint()
+    end
+    sum = sum % 256
+    local item = tree:add(f.sum, frame(n - 1, 1))
+    local good = frame(n - 1, 1):uint() == sum
+    local status = tree:add(f.sum_status, good and "good" or "bad"):set_generated()
+    if not good then
+        item:append_text(string.format(" [should be 0x%02x]", sum))
+        status:add_proto_expert_info(e.bad_sum)
+    end
+    return good
+end
+
+-- Words, each as a field; `little` for payloads held low byte first. Returns the Info text.
+local function add_words(tree, range, little)
+    local shown = {}
+    for i = 0, range:len() - 2, 2 do
+        local word = range(i, 2)
+        if little then
+            tree:add_le(f.word, word)
+        else
+            tree:add(f.word, word)
+        end
+        if #shown < INFO_WORDS then
+            shown[#shown + 1] = string.format("0x%04x", little and word:le_uint() or word:uint())
+        elseif #shown == INFO_WORDS then
+            shown[#shown + 1] = "..."
+        end
+    end
+    return table.concat(shown, " ")
+end
+
+-- `count` bits packed least significant bit first, the first bit first. Returns the Info text.
+local function add_bits(tree, range, count)
+    local run = {}
+    for i = 0, math.min(count, range:len() * 8) - 1 do
+        local byte = range(math.floor(i / 8), 1):uint()
+        run[#run + 1] = bit32.extract(byte, i % 8) == 1 and "1" or "0"
+    end
+    local text = table.concat(run)
+    tree:add(f.bits, range, text)
+    if #text > INFO_BITS then
+        return text:sub(1, INFO_BITS) .. "..."
+    end
+    return text
+end
+
+-- A local word write's payload goes high byte first: swapped back into the driver's order, it
+-- is a bit area's packed bits or the words.
+local function swapped_pairs(range)
+    local bytes = range:bytes()
+    local out = ByteArray.new()
+    out:set_size(bytes:len())
+    for i = 0, bytes:len() - 1 do
+        local from = (i % 2 == 0) and i + 1 or i - 1
+        out:set_index(i, from < bytes:len() and bytes:get_index(from) or bytes:get_index(i))
+    end
+    return out:tvb("Payload in the driver's byte order"):range()
+end
+
+local function add_local_request(tree, frame)
+    local n = frame:len()
+    if n < LOCAL_READ_LENGTH then
+        tree:add_proto_expert_info(e.short)
+        return "short local frame", nil
+    end
+    local station, fn = frame(0, 1):uint(), frame(1, 1):uint()
+    local code, address, count = frame(2, 1):uint(), frame(3, 3):uint(), frame(6, 2):uint()
+    tree:add(f.station, frame(0, 1))
+    tree:add(f.func, frame(1, 1))
+    tree:add(f.area_code, frame(2, 1))
+    if AREA_OF_CODE[code] then
+        tree:add(f.area, AREA_OF_CODE[code]):set_generated()
+    end
+    tree:add(f.address, frame(3, 3))
+    tree:add(f.count, frame(6, 2))
+    local info = string.format("%s st=%d area 0x%02x @%d x%d", FUNCTION_NAMES[fn] or
+        string.format("function 0x%02x", fn), station, code, address, count)
+    local bit_area = code > 0 and code < 0x80
+    local expect = { station = station }
+    if fn == FN_READ_BITS then
+        expect.reply_length = 2 * math.ceil(count / 16) + 5
+        expect.bits = count
+    elseif fn == FN_READ_WORDS then
+        expect.reply_length = 2 * count + 5
+    elseif fn == FN_WRITE_BITS or fn == FN_WRITE_WORDS then
+        expect.reply_length = WRITE_REPLY_LENGTH
+        expect.write = true
+        -- The length byte keeps 8 bits; the payload runs up to the CRC.
+        tree:add(f.payload_length, frame(LOCAL_HEADER, 1))
+        local payload = frame(LOCAL_HEADER + 1, n - LOCAL_HEADER - 1 - CRC_LENGTH)
+        if payload:len() > 0 then
+            local item = tree:add(f.payload, payload)
+            local values = fn == FN_WRITE_WORDS and swapped_pairs(payload) or payload
+            if bit_area then
+                info = info .. ": " .. add_bits(item, values, count)
+            else
+                info = info .. ": " .. add_words(item, payload, false)
+            end
+        end
+    end
+    if not add_crc(tree, frame) then
+        info = info .. " [bad CRC]"
+    end
+    return info, expect
+end
+
+local function add_remote_request(tree, frame)
+    local n = frame:len()
+    if n <= REMOTE_HEADER then
+        tree:add_proto_expert_info(e.short)
+        return "short remote frame", nil
+    end
+    local write = frame(2, 1):uint() ~= 0
+    local station, area = frame(4, 1):uint(), frame(5, 2):uint()
+    local address, count = frame(7, 4):uint(), frame(11, 2):uint()
+    tree:add(f.remote_length, frame(0, 1))
+    tree:add(f.remote_owner, frame(1, 1))
+    tree:add(f.remote_direction, frame(2, 1))
+    tree:add(f.remote_port, frame(3, 1))
+    tree:add(f.station, frame(4, 1))
+    tree:add(f.area, frame(5, 2))
+    if AREA_CODES[area] then
+        tree:add(f.area_code, AREA_CODES[area]):set_generated()
+    end
+    tree:add(f.address, frame(7, 4))
+    tree:add(f.count, frame(11, 2))
+    tree:add(f.remote_mark, frame(13, 4))
+    tree:add(f.remote_extra, frame(17, 4))
+    local where = area == BIT_OF_WORD_AREA and
+        string.format("%d.%d", math.floor(address / 16), address % 16) or tostring(address)
+    local info = string.format("remote %s st=%d area %d @%s x%d", write and "write" or "read",
+        station, area, where, count)
+    local expect = { station = station, write = write }
+    if write then
+        expect.reply_length = WRITE_REPLY_LENGTH
+        local payload = frame(REMOTE_HEADER, n - REMOTE_HEADER - 1)
+        if payload:len() > 0 then
+            -- The driver's own order: words low byte first, bits packed.
+            local item = tree:add(f.payload, payload)
+            if area == BIT_OF_WORD_AREA then
+                info = info .. ": " .. add_bits(item, payload(0, 1), 1)
+            elseif area <= LAST_BIT_AREA then
+                info = info .. ": " .. add_bits(item, payload, count)
+            else
+                info = info .. ": " .. add_words(item, payload, true)
+            end
+        end
+    else
+        -- Reads count 16-bit groups in bit areas.
+        expect.reply_length = 2 * count + 5
+        if area <= LAST_BIT_AREA then
+            expect.bits = 16 * count
+        end
+    end
+    if not add_sum(tree, frame) then
+        info = info .. " [bad checksum]"
+    end
+    return info, expect
+end
+
+-- A reply, read with what its request said (nil when the capture lacks the request).
+local function add_reply(tree, frame, expect)
+    local n = frame:len()
+    if n < REPLY_HEADER + CRC_LENGTH then
+        tree:add_proto_expert_info(e.short)
+        return string.format("reply of %d bytes, too short", n)
+    end
+    local station = frame(0, 1):uint()
+    tree:add(f.station, frame(0, 1))
+    tree:add(f.func, frame(1, 1))
+    local info
+    if expect and expect.write then
+        info = string.format("reply st=%d write acknowledged", station)
+    else
+        tree:add(f.byte_count, frame(2, 1))
+        local data = frame(REPLY_HEADER, n - REPLY_HEADER - CRC_LENGTH)
+        info = string.format("reply st=%d %d bytes", station, data:len())
+        if data:len() > 0 then
+            local item = tree:add(f.data, data)
+            if expect and expect.bits then
+                info = info .. ": " .. add_bits(item, data, expect.bits)
+            else
+                info = info .. ": " .. add_words(item, data, false)
+            end
+        end
+    end
+    if expect and expect.reply_length and expect.reply_length ~= n then
+        tree:add_proto_expert_info(e.reply_length,
+            string.format("Reply of %d bytes; the request expects %d", n, expect.reply_length))
+        info = info .. string.format(" [%d bytes, expected %d]", n, expect.reply_length)
+    end
+    if not add_crc(tree, frame) then
+        info = info .. " [bad CRC]"
+    end
+    return info
+end
+
+-- Pairs a reply with its request: links both ways and the time between them.
+local function pair_reply(tree, pinfo, request)
+    if not request then
+        return
+    end
+    tree:add(f.request_in, request.frame):set_generated()
+    local microseconds = math.floor((pinfo.abs_ts - request.time) * 1e6 + 0.5)
+    tree:add(f.time, NSTime.new(math.floor(microseconds / 1e6), (microseconds % 1e6) * 1000))
+        :set_generated()
+    if not pinfo.visited and not request.reply then
+        request.reply = pinfo.number
+    end
+end
+
+-- The first bytes in hexadecimal, for the Info column.
+local function hex_text(range)
+    local shown = {}
+    for i = 0, math.min(range:len(), INFO_HEX_BYTES) - 1 do
+        shown[#shown + 1] = string.format("%02x", range(i, 1):uint())
+    end
+    if range:len() > INFO_HEX_BYTES then
+        shown[#shown + 1] = "..."
+    end
+    return table.concat(shown, " ")
+end
+
+local function is_good_crc(frame)
+    local n = frame:len()
+    return n >= REPLY_HEADER + CRC_LENGTH and
+        frame(n - CRC_LENGTH, CRC_LENGTH):le_uint() == crc16(frame(0, n - CRC_LENGTH))
+end
+
+function korvan.dissector(tvb, pinfo, root)
+    pinfo.cols.protocol = "KORVAN"
+    local tree = root:add(korvan, tvb())
+    local header_length = tvb(0, 1):uint()
+    if tvb:len() <= math.max(header_length, MIN_HEADER_LENGTH) or
+        tvb(1, 1):uint() ~= HEADER_VERSION then
+        tree:add_proto_expert_info(e.short, "Not a capture header this dissector knows")
+        pinfo.cols.info = "unknown capture header"
+        return
+    end
+    local header = tree:add(korvan, tvb(0, header_length), "Capture header")
+    header:add(f.header_length, tvb(0, 1))
+    header:add(f.version, tvb(1, 1))
+    local side, kind, family = tvb(2, 1):uint(), tvb(4, 1):uint(), tvb(5, 1):uint()
+    local exchange = tvb(6, 4):uint()
+    header:add(f.side, tvb(2, 1))
+    header:add(f.direction, tvb(3, 1))
+    header:add(f.kind, tvb(4, 1))
+    header:add(f.family, tvb(5, 1))
+    header:add(f.exchange, tvb(6, 4))
+    local frame = tvb(header_length)
+    local key = exchange_key(side, exchange)
+    local request = requests[key]
+
+    if kind == KIND_REQUEST then
+        pinfo.cols.src, pinfo.cols.dst = "host", "PLC"
+        local info, expect
+        if family == FAMILY_REMOTE then
+            info, expect = add_remote_request(tree, frame)
+        else
+            info, expect = add_local_request(tree, frame)
+        end
+        if not pinfo.visited then
+            request = { frame = pinfo.number, time = pinfo.abs_ts, expect = expect }
+            requests[key] = request
+        end
+        if request and request.reply then
+            tree:add(f.reply_in, request.reply):set_generated()
+        elseif pinfo.visited and expect and expect.station ~= 0 then
+            -- Station 0 is every station's, and none answers it.
+            tree:add_proto_expert_info(e.no_reply)
+            info = info .. " [no reply]"
+        end
+        pinfo.cols.info = info
+    elseif kind == KIND_REPLY then
+        pinfo.cols.src, pinfo.cols.dst = "PLC", "host"
+        pinfo.cols.info = add_reply(tree, frame, request and request.expect)
+        pair_reply(tree, pinfo, request)
+    else
+        pinfo.cols.src, pinfo.cols.dst = "line", SIDE_NAMES[side] or "?"
+        tree:add(f.dropped, frame):add_proto_expert_info(e.dropped)
+        local info = string.format("dropped %d bytes: %s", frame:len(), hex_text(frame))
+        -- A late reply to the last request is read as one.
+        if is_good_crc(frame) and request and request.expect and
+            frame(0, 1):uint() == request.expect.station then
+            info = info .. " (late " .. add_reply(tree:add(korvan, frame, "Late reply?"), frame,
+                request.expect) .. ")"
+        end
+        pinfo.cols.info = info
+    end
+end
+
+DissectorTable.get("wtap_encap"):add(wtap.USER0, korvan)
