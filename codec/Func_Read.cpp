@@ -39,14 +39,13 @@ Protocol readRequest(const RW_VAR& var, unsigned char* f) {
     f[kReadCrcAt + 1] = static_cast<unsigned char>(crc >> 8);
 
     const int dataLength = wrapMul(var.count, kBytesPerWord);
-    Protocol request;
-    request.frame = QByteArray(reinterpret_cast<const char*>(f), kReadFrameLength);
-    request.sendLength = kReadFrameLength;
-    request.replyLength = wrapAdd(dataLength, kReplyOverhead);
-    request.dataOffset = kReplyHeaderLength;
-    request.dataLength = dataLength;
-    request.var = var;
-    return request;
+    return Protocol{QByteArray(reinterpret_cast<const char*>(f), kReadFrameLength),
+                    kReadFrameLength,
+                    wrapAdd(dataLength, kReplyOverhead),
+                    kReplyHeaderLength,
+                    dataLength,
+                    var,
+                    {}};
 }
 
 void read_register(const RW_VAR& var) {

@@ -54,26 +54,21 @@ void closeRemoteFrame(QByteArray& frame) {
 }  // namespace
 
 Protocol remoteReadRequest(const RW_VAR& var) {
-    Protocol request;
-    request.frame = remoteHeader(var);
-    closeRemoteFrame(request.frame);
-    request.sendLength = request.frame.size();
-    request.dataLength = wrapMul(var.count, kBytesPerWord);
-    request.replyLength = wrapAdd(request.dataLength, kReplyOverhead);
-    request.dataOffset = kReplyHeaderLength;
-    request.var = var;
-    return request;
+    QByteArray frame = remoteHeader(var);
+    closeRemoteFrame(frame);
+    const int dataLength = wrapMul(var.count, kBytesPerWord);
+    const int length = frame.size();
+    return Protocol{
+        frame, length, wrapAdd(dataLength, kReplyOverhead), kReplyHeaderLength, dataLength,
+        var,   {}};
 }
 
 Protocol remoteWriteRequest(const RW_VAR& var) {
-    Protocol request;
-    request.frame = remoteHeader(var);
-    request.frame.append(var.data);
-    closeRemoteFrame(request.frame);
-    request.sendLength = request.frame.size();
-    request.replyLength = writeReplyLength(var.station);
-    request.var = var;
-    return request;
+    QByteArray frame = remoteHeader(var);
+    frame.append(var.data);
+    closeRemoteFrame(frame);
+    const int length = frame.size();
+    return Protocol{frame, length, writeReplyLength(var.station), 0, 0, var, {}};
 }
 
 void Remote_ReadVar(const RW_VAR& var) {

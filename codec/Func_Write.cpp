@@ -73,12 +73,14 @@ Protocol writeRequest(const RW_VAR& var, unsigned char* f) {
     f[crcAt] = static_cast<unsigned char>(crc);
     f[crcAt + 1] = static_cast<unsigned char>(crc >> 8);
 
-    Protocol request;
-    request.frame = QByteArray(reinterpret_cast<const char*>(f), crcAt + kCrcLength);
-    request.sendLength = request.frame.size();
-    request.replyLength = writeReplyLength(var.station);
-    request.var = var;
-    return request;
+    const int frameLength = crcAt + kCrcLength;
+    return Protocol{QByteArray(reinterpret_cast<const char*>(f), frameLength),
+                    frameLength,
+                    writeReplyLength(var.station),
+                    0,
+                    0,
+                    var,
+                    {}};
 }
 
 // The scheduler never hands over a record that does not fit; one that does not queues nothing.

@@ -32,12 +32,17 @@ Arrival arrivalFor(const Protocol& head, const QByteArray* reply, int length) {
     return Arrival::Complete;
 }
 
-// The bytes received: the first `length` bytes of the host's buffer (which may be larger).
-QByteArray receivedBytes(const QByteArray* reply, int length) {
+// The bytes received: the host's buffer itself, or a copy of its first `length` bytes when it
+// holds more (none of a null buffer). Only called once the length has been found to fit.
+const QByteArray& receivedBytes(const QByteArray* reply, int length, QByteArray& shortened) {
     if (reply == nullptr) {
-        return QByteArray();
+        return shortened;
     }
-    return length < reply->size() ? reply->left(length) : *reply;
+    if (length == reply->size()) {
+        return *reply;
+    }
+    shortened = reply->left(length);
+    return shortened;
 }
 
 bool isValid(int verdict) {
@@ -57,7 +62,8 @@ int judgeLocalReply(Communication_Protocol& d, const Protocol& head, const QByte
         case Arrival::Complete:
             break;
     }
-    const QByteArray bytes = receivedBytes(reply, length);
+    QByteArray shortened;
+    const QByteArray& bytes = receivedBytes(reply, length, shortened);
     const int verdict = checkReply(head.var, &bytes);
     if (!isValid(verdict)) {
         return resultCode(kLocalInvalid, owner);
@@ -88,7 +94,8 @@ int judgeRemoteReply(Communication_Protocol& d, const Protocol& head, const QByt
         case Arrival::Complete:
             break;
     }
-    const QByteArray bytes = receivedBytes(reply, length);
+    QByteArray shortened;
+    const QByteArray& bytes = receivedBytes(reply, length, shortened);
     if (!isValid(checkReply(head.var, &bytes))) {
         return resultCode(kRemoteInvalid, owner);
     }
