@@ -5,13 +5,13 @@
 
 namespace tools {
 
-ParsedArgs parseArgs(int argc, char** argv, const std::set<std::string>& withValue,
-                     const std::set<std::string>& flags) {
-    ParsedArgs parsed;
+std::vector<Arg> parseArgs(int argc, char** argv, const std::set<std::string>& withValue,
+                           const std::set<std::string>& flags) {
+    std::vector<Arg> parsed;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg.rfind("--", 0) != 0 || arg.size() == 2) {
-            parsed.positional.push_back(arg);
+            parsed.push_back({"", arg});
             continue;
         }
         std::string name = arg.substr(2);
@@ -23,7 +23,7 @@ ParsedArgs parseArgs(int argc, char** argv, const std::set<std::string>& withVal
             name.resize(equals);
         }
         if (flags.count(name) != 0 && !inlineValue) {
-            parsed.options.emplace_back(name, "");
+            parsed.push_back({name, ""});
         } else if (withValue.count(name) != 0) {
             if (!inlineValue) {
                 if (i + 1 >= argc) {
@@ -31,7 +31,7 @@ ParsedArgs parseArgs(int argc, char** argv, const std::set<std::string>& withVal
                 }
                 value = argv[++i];
             }
-            parsed.options.emplace_back(name, value);
+            parsed.push_back({name, value});
         } else {
             throw UsageError("unknown option --" + name);
         }

@@ -17,15 +17,17 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-struct ParsedArgs {
-    std::vector<std::pair<std::string, std::string>> options;  // in command-line order
-    std::vector<std::string> positional;
+// One argument: an option by its name (without the dashes) and its value (empty for a flag), or
+// a positional argument, whose name is empty.
+struct Arg {
+    std::string name;
+    std::string value;
 };
 
-// Splits argv by the known option names (without the leading dashes). Throws UsageError for an
-// unknown option or a missing value.
-ParsedArgs parseArgs(int argc, char** argv, const std::set<std::string>& withValue,
-                     const std::set<std::string>& flags);
+// Splits argv by the known option names, keeping the command line's order. Throws UsageError for
+// an unknown option or a missing value.
+std::vector<Arg> parseArgs(int argc, char** argv, const std::set<std::string>& withValue,
+                           const std::set<std::string>& flags);
 
 // One option of a tool: its name without the dashes, whether a value follows it, and what it
 // sets in the tool's options.
@@ -40,23 +42,38 @@ struct Option {
 // `table`, and returns the positional arguments. Throws UsageError for an unknown option or a
 // missing value.
 template <typename Options>
-std::vector<std::string> applyArgs(int argc, char** argv, const std::vector<Option<Options>>& table,
-                                   Options& options) {
+std::vector<Arg> parseArgs(int argc, char** argv, const std::vector<Option<Options>>& table) {
     std::set<std::string> withValue;
     std::set<std::string> flags;
     for (const Option<Options>& option : table) {
         (option.takesValue ? withValue : flags).insert(option.name);
     }
-    ParsedArgs args = parseArgs(argc, argv, withValue, flags);
-    for (const auto& [name, value] : args.options) {
-        for (const Option<Options>& option : table) {
-            if (name == option.name) {
-                option.apply(options, value);
-                break;
-            }
+    return parseArgs(argc, argv, withValue, flags);
+}
+
+// Applies one option to `options` by its entry in `table`.
+template <typename Options>
+void applyArg(const std::vector<Option<Options>>& table, const Arg& arg, Options& options) {
+    for (const Option<Options>& option : table) {
+        if (arg.name == option.name) {
+            option.apply(options, arg.value);
+            return;
         }
     }
-    return std::move(args.positional);
+}
+
+template <typename Options>
+std::vector<std::string> applyArgs(int argc, char** argv, const std::vector<Option<Options>>& table,
+                                   Options& options) {
+    std::vector<std::string> positional;
+    for (const Arg& arg : parseArgs(argc, argv, table)) {
+        if (arg.name.empty()) {
+            positional.push_back(arg.value);
+        } else {
+            applyArg(table, arg, options);
+        }
+    }
+    return positional;
 }
 
 // A decimal or 0x-prefixed integer within [min, max]; `what` names it in the error.

@@ -3,7 +3,11 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 #include "needed_libraries.h"
@@ -57,6 +61,38 @@ void DriverLibrary::resolve(T& entry, const char* name) {
         dlclose(handle_);
         throw std::runtime_error(path_ + " does not export " + name);
     }
+}
+
+LibraryCopies::LibraryCopies(std::string library) : library_(std::move(library)) {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string pattern =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/korvan_ref_host.XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("cannot make a folder for the driver's copies: " +
+                                 std::string(std::strerror(errno)));
+    }
+    folder_ = pattern;
+}
+
+LibraryCopies::~LibraryCopies() {
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+}
+
+// The copy keeps the library's file name, so that it reads as the same library.
+std::string LibraryCopies::copyFor(const std::string& port) const {
+    const std::filesystem::path folder = std::filesystem::path(folder_) / port;
+    const std::filesystem::path copy = folder / std::filesystem::path(library_).filename();
+    std::error_code failed;
+    std::filesystem::create_directory(folder, failed);
+    if (!failed) {
+        std::filesystem::copy_file(library_, copy, failed);
+    }
+    if (failed) {
+        throw std::runtime_error("cannot copy " + library_ + " for port " + port + ": " +
+                                 failed.message());
+    }
+    return copy.string();
 }
 
 std::string besideThisProgram(const std::string& name) {

@@ -41,6 +41,26 @@ private:
     DriverApi api_;
 };
 
+// Private copies of the driver library, one per port, in a folder of this run that is removed
+// with it. All the driver's state is one global object, so one loaded library serves one port;
+// and dlopen hands out the library it has loaded already for the same file (by its path, a link
+// to it, or its soname), so each port loads a file of its own.
+class LibraryCopies {
+public:
+    // Makes the folder; throws std::runtime_error.
+    explicit LibraryCopies(std::string library);
+    ~LibraryCopies();
+    LibraryCopies(const LibraryCopies&) = delete;
+    LibraryCopies& operator=(const LibraryCopies&) = delete;
+
+    // Copies the library for the port and returns the copy's path.
+    std::string copyFor(const std::string& port) const;
+
+private:
+    std::string library_;
+    std::string folder_;
+};
+
 // A file in the directory of the running program: where the driver library and the simulator
 // are built.
 std::string besideThisProgram(const std::string& name);

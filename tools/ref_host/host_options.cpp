@@ -15,6 +15,8 @@ constexpr long kMaxRetries = 100;
 constexpr long kMaxTurnaroundMs = 60000;
 constexpr long kMaxScans = 1L << 30;
 constexpr long kMaxCycleMs = 3600000;
+constexpr char kPortNameCharacters[] =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_";
 
 double parseSeconds(const std::string& text) {
     char* end = nullptr;
@@ -78,6 +80,15 @@ Variables and writes:
   --write-every-scan      make the writes again every scan, with values that change, and at
                           the end wait until every write has its result (soak runs)
 
+Several ports:
+  --port NAME             start a port named NAME: the options, variables and writes that
+                          follow belong to it, until the next --port; those given before the
+                          first --port apply to every port (--format and --help only there).
+                          Each port polls its own line with its own copy of the driver
+                          library, on a thread of its own; the output names the port, and a
+                          --pcap or --image-dump file given for every port gets its name
+                          (run.pcap becomes run-NAME.pcap)
+
 Run and output:
   --cycle MS              start a scan at most every MS milliseconds (default 0: back to back)
   --scans N, --seconds S  stop after N complete scans or S seconds (default: until Ctrl-C)
@@ -90,7 +101,7 @@ Run and output:
   --help                  this text
 
 Exit status: 0 done, 1 error (library, port, connection), 2 bad command line, 3 the PLC never
-answered.
+answered. With several ports: 0 when every port was done, else 1 when any had an error, else 3.
 )";
 
 namespace {
@@ -177,14 +188,75 @@ const Rule kRules[] = {
 
 }  // namespace
 
-HostOptions parseHostOptions(int argc, char** argv) {
+namespace {
+
+// Options that belong to the whole run, not to one port.
+bool isRunOption(const std::string& name) {
+    return name == "format" || name == "help";
+}
+
+std::string checkedPortName(const std::string& name, const std::vector<HostOptions>& ports) {
+    if (name.empty() || name.find_first_not_of(kPortNameCharacters) != std::string::npos) {
+        throw tools::UsageError("--port needs a name of letters, digits, '-' and '_', not '" +
+                                name + "'");
+    }
+    for (const HostOptions& port : ports) {
+        if (port.portName == name) {
+            throw tools::UsageError("two ports named '" + name + "'");
+        }
+    }
+    return name;
+}
+
+// A file named once for every port gets the port's name before its extension: run.pcap becomes
+// run-a.pcap for port a.
+std::string forPort(const std::string& file, const std::string& port) {
+    const std::size_t slash = file.rfind('/');
+    const std::size_t dot = file.rfind('.');
+    const bool extension = dot != std::string::npos && (slash == std::string::npos || dot > slash);
+    return extension ? file.substr(0, dot) + "-" + port + file.substr(dot) : file + "-" + port;
+}
+
+}  // namespace
+
+// Options before the first --port apply to every port; each --port NAME starts a port that
+// takes the options, variables and writes that follow it, until the next --port.
+CommandLine parseCommandLine(int argc, char** argv) {
     std::vector<Rule> rules = tools::lineOptions<HostOptions>();
     rules.insert(rules.end(), std::begin(kRules), std::end(kRules));
-    HostOptions o;
-    for (const std::string& text : tools::applyArgs(argc, argv, rules, o)) {
-        o.variables.push_back(parseVariable(text));
+    rules.push_back({"port", true, nullptr});
+    CommandLine line;
+    HostOptions common;
+    for (const tools::Arg& arg : tools::parseArgs(argc, argv, rules)) {
+        HostOptions& target = line.ports.empty() ? common : line.ports.back();
+        if (arg.name == "port") {
+            HostOptions port = common;
+            port.portName = checkedPortName(arg.value, line.ports);
+            line.ports.push_back(port);
+        } else if (arg.name.empty()) {
+            target.variables.push_back(parseVariable(arg.value));
+        } else if (!line.ports.empty() && isRunOption(arg.name)) {
+            throw tools::UsageError("--" + arg.name +
+                                    " is for the whole run: give it before the first --port");
+        } else {
+            tools::applyArg(rules, arg, target);
+        }
     }
-    return o;
+    line.help = common.help;
+    line.namedPorts = !line.ports.empty();
+    if (!line.namedPorts) {
+        line.ports.push_back(common);
+        return line;
+    }
+    for (HostOptions& port : line.ports) {
+        if (port.pcapFile == common.pcapFile && !port.pcapFile.empty()) {
+            port.pcapFile = forPort(common.pcapFile, port.portName);
+        }
+        if (port.imageDump == common.imageDump && !port.imageDump.empty()) {
+            port.imageDump = forPort(common.imageDump, port.portName);
+        }
+    }
+    return line;
 }
 
 }  // namespace refhost

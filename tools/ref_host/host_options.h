@@ -25,7 +25,9 @@ struct PortSettings {
     std::vector<int> offStations;
 };
 
+// One port's run: its line, its port record, its variables and writes, and how long it polls.
 struct HostOptions {
+    std::string portName;     // empty without --port
     std::string libraryPath;  // empty: the library beside the program
     PortKind port = PortKind::StartedSimulator;
     std::string devicePath;
@@ -48,10 +50,17 @@ struct HostOptions {
     bool help = false;
 };
 
+// The whole command line: one port without --port, or the ports it names.
+struct CommandLine {
+    bool help = false;
+    bool namedPorts = false;  // --port was given: the output names each line's port
+    std::vector<HostOptions> ports;
+};
+
 extern const char* const kHostUsage;
 
 // Throws tools::UsageError.
-HostOptions parseHostOptions(int argc, char** argv);
+CommandLine parseCommandLine(int argc, char** argv);
 
 }  // namespace refhost
 

@@ -42,7 +42,8 @@ long residentKb() {
     return kb;
 }
 
-Poller* activePoller = nullptr;  // the callbacks' way back; one poller runs at a time
+// The callbacks' way back: they carry no context of ours, but run on the polling thread.
+thread_local Poller* activePoller = nullptr;
 
 bool isGood(int code) {
     return code == kGood || code == kGoodRemote;
@@ -67,8 +68,13 @@ QByteArray writeValues(const Write& w, long round) {
 }  // namespace
 
 Poller::Poller(const DriverApi& api, ComInfo& port, Link& link, const HostOptions& options,
-               Report& report)
-    : api_(api), port_(port), link_(link), options_(options), report_(report) {
+               Report& report, int portIndex)
+    : api_(api),
+      port_(port),
+      link_(link),
+      options_(options),
+      report_(report),
+      portIndex_(portIndex) {
     const PortSettings& s = options.settings;
     port_.maxUnits = s.blockLength;
     port_.defaultStation = s.station;
@@ -112,7 +118,8 @@ int Poller::onResult(int, int ownerId, int itemId, int status) {
 
 int Poller::onError(QList<RW_VAR>*, int ownerId, int) {
     if (activePoller != nullptr && activePoller->options_.trace) {
-        std::cerr << "  error callback: owner " << ownerId << std::endl;
+        activePoller->report_.trace(activePoller->portIndex_,
+                                    {"  error callback: owner " + std::to_string(ownerId)});
     }
     return 0;
 }
@@ -210,7 +217,7 @@ void Poller::finishScan(Clock::time_point now) {
     stats_.scanMsMax = std::max(stats_.scanMsMax, ms);
     // Reading every variable back costs more than a short exchange; only when it is shown.
     if (report_.showsScan()) {
-        report_.scan(stats_.scans, elapsedMs(), values());
+        report_.scan(portIndex_, stats_.scans, elapsedMs(), values());
     }
     scanBlocks_.clear();
 }
@@ -261,15 +268,17 @@ void Poller::exchange(const Protocol& request) {
         }
     }
     if (options_.trace) {
-        std::cerr << "> " << tools::hexBytes(bytes, frame.size()) << "  | "
-                  << describeRequest(bytes, frame.size(), options_.settings.remoteMode) << "\n< "
-                  << (reply.empty()
-                          ? "(nothing within " +
-                                std::to_string(link_.replyTimeoutMs(frame.size(), replyLength)) +
-                                " ms)"
-                          : tools::hexBytes(reply.data(), reply.size()) + "  | " +
-                                describeReply(reply.data(), reply.size()))
-                  << "\n= " << code << " " << describeResult(code) << std::endl;
+        report_.trace(
+            portIndex_,
+            {"> " + tools::hexBytes(bytes, frame.size()) + "  | " +
+                 describeRequest(bytes, frame.size(), options_.settings.remoteMode),
+             "< " +
+                 (reply.empty()
+                      ? "(nothing within " +
+                            std::to_string(link_.replyTimeoutMs(frame.size(), replyLength)) + " ms)"
+                      : tools::hexBytes(reply.data(), reply.size()) + "  | " +
+                            describeReply(reply.data(), reply.size())),
+             "= " + std::to_string(code) + " " + describeResult(code)});
     }
     reportWrites();
 }
@@ -284,7 +293,7 @@ void Poller::reportWrites() {
         const bool done = status == kStatusDone;
         ++(done ? stats_.writesDone : stats_.writesFailed);
         const std::size_t index = static_cast<std::size_t>(item - 1) % options_.writes.size();
-        report_.writeResult(options_.writes.at(index).text, done);
+        report_.writeResult(portIndex_, options_.writes.at(index).text, done);
     }
     writeResults_.clear();
 }

@@ -21,9 +21,11 @@ namespace refhost {
 class Poller {
 public:
     // Hands the driver the port record, the callbacks, the station switches and the cyclic
-    // variables. `port` must outlive the poller: the driver works in it.
+    // variables. `port` must outlive the poller: the driver works in it. The driver calls the
+    // callbacks on the polling thread, so a poller is made, run and destroyed on one thread, and
+    // each thread runs one poller. `portIndex` names the port to the report.
     Poller(const DriverApi& api, ComInfo& port, Link& link, const HostOptions& options,
-           Report& report);
+           Report& report, int portIndex);
     ~Poller();
     Poller(const Poller&) = delete;
     Poller& operator=(const Poller&) = delete;
@@ -68,6 +70,7 @@ private:
     Link& link_;
     const HostOptions& options_;
     Report& report_;
+    int portIndex_;
     RunStats stats_;
     bool writesIssued_ = false;
     long lastWriteScan_ = -1;        // the scan whose writes were issued last

@@ -15,6 +15,7 @@ constexpr char kClearLine[] = "\x1b[K";
 constexpr int kNameWidth = 16;
 constexpr int kColumnWidth = 8;
 constexpr int kStateWidth = 12;
+constexpr int kPortWidth = 10;
 
 // Words space-separated; bits as a run of 0 and 1, first bit first.
 std::string valueText(const VariableValues& row) {
@@ -69,80 +70,73 @@ double meanScanMs(const RunStats& s) {
     return s.scans == 0 ? 0.0 : s.scanMsTotal / static_cast<double>(s.scans);
 }
 
-void printStatsText(const RunStats& s) {
-    long abandoned = 0;
-    std::string byCode;
-    for (const auto& [code, count] : s.abandoned) {
-        abandoned += count;
-        byCode += (byCode.empty() ? " (" : ", ") + std::string("code ") + std::to_string(code) +
-                  ": " + std::to_string(count);
-    }
-    if (!byCode.empty()) {
-        byCode += ")";
-    }
-    std::cerr << std::fixed << std::setprecision(1) << "statistics: " << s.exchanges
-              << " exchanges, " << s.good << " good, " << s.retries << " retries, " << abandoned
-              << " abandoned" << byCode << "\n"
-              << "            " << s.scans << " scans, scan time mean " << meanScanMs(s)
-              << " ms, max " << s.scanMsMax << " ms; writes " << s.writesDone << " done, "
-              << s.writesFailed << " failed" << std::endl;
-    if (s.writesIssued > s.writesDone + s.writesFailed || s.writesRepeated > 0) {
-        std::cerr << "            writes issued " << s.writesIssued << ", unanswered "
-                  << s.writesUnanswered << ", answered twice " << s.writesRepeated << std::endl;
-    }
-}
-
-void printStatsJson(const RunStats& s) {
-    std::string abandoned;
-    for (const auto& [code, count] : s.abandoned) {
-        abandoned += (abandoned.empty() ? "\"" : ",\"") + std::to_string(code) +
-                     "\":" + std::to_string(count);
-    }
-    std::cout << std::fixed << std::setprecision(1) << "{\"stats\":{\"exchanges\":" << s.exchanges
-              << ",\"good\":" << s.good << ",\"retries\":" << s.retries << ",\"abandoned\":{"
-              << abandoned << "},\"scans\":" << s.scans << ",\"scan_ms_mean\":" << meanScanMs(s)
-              << ",\"scan_ms_max\":" << s.scanMsMax << ",\"writes_done\":" << s.writesDone
-              << ",\"writes_failed\":" << s.writesFailed << ",\"writes_issued\":" << s.writesIssued
-              << ",\"writes_unanswered\":" << s.writesUnanswered
-              << ",\"writes_repeated\":" << s.writesRepeated << ",\"rss_kb_warm\":" << s.rssKbWarm
-              << ",\"rss_kb_end\":" << s.rssKbEnd << "}}" << std::endl;
-}
-
 }  // namespace
 
-Report::Report(Format format, bool terminal) : format_(format), terminal_(terminal) {}
+Report::Report(Format format, bool terminal, std::vector<std::string> ports)
+    : format_(format), terminal_(terminal), ports_(std::move(ports)), rows_(ports_.size()) {}
 
-void Report::start(const std::string& link) {
-    std::cerr << "korvan_ref_host: polling " << link << std::endl;
-    if (format_ == Format::Csv) {
-        std::cout << "scan,ms,name,station,area,address,values,state" << std::endl;
+std::string Report::prefix(int port) const {
+    return named() ? "port " + ports_.at(static_cast<std::size_t>(port)) + ": " : "";
+}
+
+void Report::start(int port, const std::string& link) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::cerr << "korvan_ref_host: " << prefix(port) << "polling " << link << std::endl;
+    if (format_ == Format::Csv && !headerShown_) {
+        std::cout << (named() ? "port," : "") << "scan,ms,name,station,area,address,values,state"
+                  << std::endl;
+        headerShown_ = true;
     }
+}
+
+void Report::error(int port, const std::string& what) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::cerr << "korvan_ref_host: " << prefix(port) << what << std::endl;
+    drawnLines_ = 0;
+}
+
+void Report::trace(int port, const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) {
+        text += prefix(port) + line + '\n';
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::cerr << text << std::flush;
 }
 
 bool Report::showsScan() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return showsScanLocked();
+}
+
+bool Report::showsScanLocked() const {
     return format_ != Format::Table ||
            (terminal_ && std::chrono::steady_clock::now() - lastDraw_ >= kRedrawEvery);
 }
 
-void Report::scan(long number, long elapsedMs, const std::vector<VariableValues>& rows) {
+void Report::scan(int port, long number, long elapsedMs, std::vector<VariableValues> rows) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const std::string name = named() ? ports_.at(static_cast<std::size_t>(port)) : "";
     switch (format_) {
         case Format::Table:
-            if (showsScan()) {
-                drawTable(rows);
+            rows_.at(static_cast<std::size_t>(port)) = std::move(rows);
+            if (showsScanLocked()) {
+                drawTable();
             }
             break;
         case Format::Csv:
             for (const VariableValues& r : rows) {
-                std::cout << number << ',' << elapsedMs << ',' << csvField(r.variable->name) << ','
-                          << r.station << ',' << r.variable->area << ','
-                          << csvField(r.variable->address) << ',' << valueText(r) << ',' << r.state
-                          << '\n';
+                std::cout << (named() ? csvField(name) + "," : "") << number << ',' << elapsedMs
+                          << ',' << csvField(r.variable->name) << ',' << r.station << ','
+                          << r.variable->area << ',' << csvField(r.variable->address) << ','
+                          << valueText(r) << ',' << r.state << '\n';
             }
             std::cout.flush();
             break;
         case Format::Json:
             for (const VariableValues& r : rows) {
-                std::cout << "{\"scan\":" << number << ",\"ms\":" << elapsedMs
+                std::cout << "{" << (named() ? "\"port\":" + jsonString(name) + "," : "")
+                          << "\"scan\":" << number << ",\"ms\":" << elapsedMs
                           << ",\"name\":" << jsonString(r.variable->name)
                           << ",\"station\":" << r.station << ",\"area\":" << r.variable->area
                           << ",\"address\":" << jsonString(r.variable->address)
@@ -154,28 +148,86 @@ void Report::scan(long number, long elapsedMs, const std::vector<VariableValues>
     }
 }
 
-void Report::writeResult(const std::string& write, bool done) {
+void Report::writeResult(int port, const std::string& write, bool done) {
+    std::lock_guard<std::mutex> lock(mutex_);
     if (format_ == Format::Json) {
-        std::cout << "{\"write\":" << jsonString(write) << ",\"status\":\""
+        std::cout << "{"
+                  << (named() ? "\"port\":" +
+                                    jsonString(ports_.at(static_cast<std::size_t>(port))) + ","
+                              : "")
+                  << "\"write\":" << jsonString(write) << ",\"status\":\""
                   << (done ? "done" : "failed") << "\"}" << std::endl;
     } else {
-        std::cerr << "write " << write << ": " << (done ? "done" : "failed") << std::endl;
+        std::cerr << prefix(port) << "write " << write << ": " << (done ? "done" : "failed")
+                  << std::endl;
         // The message went below the table; draw it anew underneath.
         drawnLines_ = 0;
     }
 }
 
-void Report::finish(const std::vector<VariableValues>& rows, const RunStats& stats) {
+void Report::finish(const std::vector<std::vector<VariableValues>>& rows,
+                    const std::vector<const RunStats*>& stats) {
+    std::lock_guard<std::mutex> lock(mutex_);
     if (format_ == Format::Table) {
-        drawTable(rows);
+        rows_ = rows;
+        drawTable();
     }
-    printStatsText(stats);
-    if (format_ == Format::Json) {
-        printStatsJson(stats);
+    for (std::size_t port = 0; port < stats.size(); ++port) {
+        if (stats[port] == nullptr) {
+            continue;  // the port never ran
+        }
+        printStatsText(static_cast<int>(port), *stats[port]);
+        if (format_ == Format::Json) {
+            printStatsJson(static_cast<int>(port), *stats[port]);
+        }
     }
 }
 
-void Report::drawTable(const std::vector<VariableValues>& rows) {
+void Report::printStatsText(int port, const RunStats& s) const {
+    long abandoned = 0;
+    std::string byCode;
+    for (const auto& [code, count] : s.abandoned) {
+        abandoned += count;
+        byCode += (byCode.empty() ? " (" : ", ") + std::string("code ") + std::to_string(code) +
+                  ": " + std::to_string(count);
+    }
+    if (!byCode.empty()) {
+        byCode += ")";
+    }
+    const std::string indent(named() ? 12 + prefix(port).size() : 12, ' ');
+    std::cerr << std::fixed << std::setprecision(1) << prefix(port) << "statistics: " << s.exchanges
+              << " exchanges, " << s.good << " good, " << s.retries << " retries, " << abandoned
+              << " abandoned" << byCode << "\n"
+              << indent << s.scans << " scans, scan time mean " << meanScanMs(s) << " ms, max "
+              << s.scanMsMax << " ms; writes " << s.writesDone << " done, " << s.writesFailed
+              << " failed" << std::endl;
+    if (s.writesIssued > s.writesDone + s.writesFailed || s.writesRepeated > 0) {
+        std::cerr << indent << "writes issued " << s.writesIssued << ", unanswered "
+                  << s.writesUnanswered << ", answered twice " << s.writesRepeated << std::endl;
+    }
+}
+
+void Report::printStatsJson(int port, const RunStats& s) const {
+    std::string abandoned;
+    for (const auto& [code, count] : s.abandoned) {
+        abandoned += (abandoned.empty() ? "\"" : ",\"") + std::to_string(code) +
+                     "\":" + std::to_string(count);
+    }
+    std::cout << std::fixed << std::setprecision(1) << "{"
+              << (named()
+                      ? "\"port\":" + jsonString(ports_.at(static_cast<std::size_t>(port))) + ","
+                      : "")
+              << "\"stats\":{\"exchanges\":" << s.exchanges << ",\"good\":" << s.good
+              << ",\"retries\":" << s.retries << ",\"abandoned\":{" << abandoned
+              << "},\"scans\":" << s.scans << ",\"scan_ms_mean\":" << meanScanMs(s)
+              << ",\"scan_ms_max\":" << s.scanMsMax << ",\"writes_done\":" << s.writesDone
+              << ",\"writes_failed\":" << s.writesFailed << ",\"writes_issued\":" << s.writesIssued
+              << ",\"writes_unanswered\":" << s.writesUnanswered
+              << ",\"writes_repeated\":" << s.writesRepeated << ",\"rss_kb_warm\":" << s.rssKbWarm
+              << ",\"rss_kb_end\":" << s.rssKbEnd << "}}" << std::endl;
+}
+
+void Report::drawTable() {
     std::ostringstream out;
     if (terminal_ && drawnLines_ > 0) {
         char up[16];
@@ -183,15 +235,26 @@ void Report::drawTable(const std::vector<VariableValues>& rows) {
         out << up;
     }
     const char* clear = terminal_ ? kClearLine : "";
-    out << std::left << std::setw(kNameWidth) << "variable" << std::setw(kColumnWidth) << "station"
+    out << std::left;
+    if (named()) {
+        out << std::setw(kPortWidth) << "port";
+    }
+    out << std::setw(kNameWidth) << "variable" << std::setw(kColumnWidth) << "station"
         << std::setw(kStateWidth) << "state"
         << "value" << clear << '\n';
-    for (const VariableValues& r : rows) {
-        out << std::setw(kNameWidth) << r.variable->name << std::setw(kColumnWidth) << r.station
-            << std::setw(kStateWidth) << r.state << valueText(r) << clear << '\n';
+    int lines = 1;
+    for (std::size_t port = 0; port < rows_.size(); ++port) {
+        for (const VariableValues& r : rows_[port]) {
+            if (named()) {
+                out << std::setw(kPortWidth) << ports_[port];
+            }
+            out << std::setw(kNameWidth) << r.variable->name << std::setw(kColumnWidth) << r.station
+                << std::setw(kStateWidth) << r.state << valueText(r) << clear << '\n';
+            ++lines;
+        }
     }
     std::cout << out.str() << std::flush;
-    drawnLines_ = static_cast<int>(rows.size()) + 1;
+    drawnLines_ = lines;
     lastDraw_ = std::chrono::steady_clock::now();
 }
 
