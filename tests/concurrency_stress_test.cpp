@@ -156,7 +156,6 @@ protected:
         std::lock_guard<std::mutex> lock(heardGuard);
         issued[item] = {station, mostReports};
     }
-    void wrong(std::atomic<long>& counter) { counter.fetch_add(1); }
 
     // The polling thread: until the hosts are done and every write and once-read has been
     // carried out, one exchange after another, each answered by the PLC (or not).
@@ -183,7 +182,7 @@ protected:
         } else if (code == kInvalidBase + owner + 1 || code == kNothingBase + owner + 1) {
             ++abandoned;
         } else if (code != kResultLocalGood) {
-            wrong(undefinedResults);
+            ++undefinedResults;
         }
     }
 
@@ -267,7 +266,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
                                          count, kWriteOwner, item);
         // The write list's size as the call ends: 0 when the poller has already carried it out.
         if (size < 0 || size > kMaxListEntries) {
-            wrong(wrongSizes);
+            ++wrongSizes;
         }
         if (size > kMaxPending) {
             std::this_thread::sleep_for(kBackOff);
@@ -293,7 +292,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
         recordIssued({kOnceReadOwner, item}, station);
         const int onceReads = AddListOnceReadVar(&once, 0);
         if (writes < 0 || writes > kMaxListEntries || onceReads < 1) {
-            wrong(wrongSizes);
+            ++wrongSizes;
         }
         if (std::max(writes, onceReads) > kMaxPending) {
             std::this_thread::sleep_for(kBackOff);
@@ -311,7 +310,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
             }
         }
         if (ReCreatReadVarList(&vars) < 1) {
-            wrong(wrongSizes);
+            ++wrongSizes;
         }
         switch (turn % 4) {
             case 0:
@@ -328,7 +327,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
                 break;
         }
         if (Ethernetcontains(kSteadyStation) != 0) {
-            wrong(steadyStationOff);
+            ++steadyStationOff;
         }
     });
     // Four words at a time from either station: each one absent (0) or plausible.
@@ -339,13 +338,13 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
         if (GetRegisterData(QString(), kArea, addressTexts[address], station, &words, kReadWords) !=
                 1 ||
             words.size() != 2 * kReadWords) {
-            wrong(wrongSizes);
+            ++wrongSizes;
             return;
         }
         for (int i = 0; i < kReadWords; ++i) {
             const quint16 w = quint8(words[2 * i]) | quint8(words[2 * i + 1]) << 8;
             if (w != 0 && !plausible(station, address + i, w)) {
-                wrong(implausibleWords);
+                ++implausibleWords;
             }
         }
     });
