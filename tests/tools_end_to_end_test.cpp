@@ -176,6 +176,42 @@ TEST_F(ToolsEndToEnd, ALateReplyIsNotTakenForTheNextRequests) {
     EXPECT_TRUE(run.abandoned().empty());
 }
 
+// With --baud-delay the simulator answers when a real line would have carried the request and
+// the reply: a scan of one 2-word read (10 bytes out, 9 back) takes at least their line time at
+// the simulator's settings, and not much longer. (The host's own settings only set how long it
+// waits; a pseudo-terminal refuses parity and 7 data bits anyway.)
+TEST_F(ToolsEndToEnd, BaudDelayHoldsEachReplyForItsLineTime) {
+    struct Case {
+        std::vector<std::string> line;
+        int bitsPerCharacter;  // start, data, parity and stop bits
+        int baud;
+    };
+    const Case cases[] = {
+        {{"--baud", "9600"}, 10, 9600},
+        {{"--baud", "4800", "--data-bits", "7", "--parity", "even", "--stop-bits", "2"}, 11, 4800},
+    };
+    constexpr int kExchangeBytes = 10 + 9;
+    constexpr double kLooseFactor = 1.5;
+    constexpr double kPrintedTo = 0.05;  // the host prints milliseconds to one decimal
+    for (const Case& c : cases) {
+        std::string sim = "--fill ramp --baud-delay";
+        for (const std::string& word : c.line) {
+            sim += " " + word;
+        }
+        SCOPED_TRACE(sim);
+        const HostRun run =
+            runHost({"--sim-options", sim, "--baud", std::to_string(c.baud), "--turnaround",
+                     kTurnaround, "--scans", "8", "--format", "json", "14:100:2"});
+        EXPECT_EQ(run.exitCode, 0) << run.errors;
+        EXPECT_EQ(run.values("14:100:2"), words({100, 101}));
+        EXPECT_EQ(run.stats.value("retries", -1), 0);
+        const double lineMs = kExchangeBytes * c.bitsPerCharacter * 1000.0 / c.baud;
+        const double scanMs = run.stats.value("scan_ms_mean", 0.0);
+        EXPECT_GE(scanMs, lineMs - kPrintedTo);
+        EXPECT_LT(scanMs, kLooseFactor * lineMs);
+    }
+}
+
 TEST_F(ToolsEndToEnd, ASilentStationFailsWhileTheOthersAnswer) {
     const HostRun run =
         runHost({"--sim-options", "--stations 1,2 --silent 2 --fill ramp", "--turnaround",

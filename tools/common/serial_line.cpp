@@ -4,6 +4,7 @@
 #include <termios.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -25,6 +26,7 @@ constexpr BaudRate kBaudRates[] = {
 };
 
 constexpr int kStartBits = 1;
+constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
 
 std::runtime_error systemError(const std::string& what) {
     return std::runtime_error(what + ": " + std::strerror(errno));
@@ -90,6 +92,11 @@ std::string describeLine(const LineSettings& line) {
 
 int bitsPerCharacter(const LineSettings& line) {
     return kStartBits + line.dataBits + (line.parity == 'N' ? 0 : 1) + line.stopBits;
+}
+
+std::chrono::nanoseconds lineTime(const LineSettings& line, std::size_t bytes) {
+    const auto bits = static_cast<std::int64_t>(bytes) * bitsPerCharacter(line);
+    return std::chrono::nanoseconds(bits * kNanosecondsPerSecond / line.baud);
 }
 
 void configureLine(int fd, const LineSettings& line) {

@@ -3,6 +3,8 @@
 #ifndef KORVAN_TOOLS_SERIAL_LINE_H
 #define KORVAN_TOOLS_SERIAL_LINE_H
 
+#include <chrono>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -36,6 +38,8 @@ std::string describeLine(const LineSettings& line);  // "9600 8N1"
 
 // Bits on the wire per character: start bit, data bits, parity bit, stop bits.
 int bitsPerCharacter(const LineSettings& line);
+// How long `bytes` characters take on the line at its speed.
+std::chrono::nanoseconds lineTime(const LineSettings& line, std::size_t bytes);
 
 // Opens a serial device (or a pseudo-terminal's device) for reading and writing without
 // blocking and without making it the controlling terminal. Throws std::runtime_error.

@@ -69,6 +69,10 @@ Transport (default: a new pseudo-terminal):
   --baud N, --data-bits 5..8, --parity none|even|odd, --stop-bits 1|2
                           line settings (default 9600 8N1)
   --gap MS                quiet time that ends a frame on the line (default 50)
+  --baud-delay            send each reply when it would have arrived on a real line at the
+                          line settings: the request's and the reply's characters at --baud,
+                          with their start, parity and stop bits (for a pseudo-terminal or TCP,
+                          which deliver at once)
 
 PLC:
   --stations LIST         station numbers served, e.g. 1,2,3 (default 1)
@@ -120,6 +124,7 @@ const Rule kRules[] = {
      [](SimOptions& o, const std::string& v) {
          o.gapMs = static_cast<int>(tools::parseInteger(v, kMinGapMs, kMaxGapMs, "--gap"));
      }},
+    {"baud-delay", false, [](SimOptions& o, const std::string&) { o.baudDelay = true; }},
     {"stations", true,
      [](SimOptions& o, const std::string& v) { o.stations = parseStations(v, "--stations"); }},
     {"memory", true, [](SimOptions& o, const std::string& v) { o.memoryFile = v; }},

@@ -43,6 +43,7 @@ struct SimOptions {
     std::vector<Counter> counters;
     std::string dumpFile;
     int gapMs = 50;
+    bool baudDelay = false;  // replies held back by the line time of the request and the reply
     bool trace = false;
     std::string pcapFile;  // empty: no capture
     bool help = false;

@@ -9,6 +9,7 @@
 
 #include "byte_io.h"
 #include "hex_text.h"
+#include "serial_line.h"
 #include "tcp.h"
 
 namespace plcsim {
@@ -137,15 +138,25 @@ void SimServer::answer(int fd, const Bytes& request) {
     if (!reply.answered) {
         return;
     }
-    if (reply.delayMs > 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(reply.delayMs));
-    }
+    std::this_thread::sleep_until(replyDue(request.size(), reply));
     capture_.reply(reply.bytes.data(), reply.bytes.size());
     try {
         tools::writeAll(fd, reply.bytes.data(), reply.bytes.size());
     } catch (const tools::LinkClosed&) {
         // The host went away; its next connection starts afresh.
     }
+}
+
+SimServer::Clock::time_point SimServer::replyDue(std::size_t requestLength, const Reply& reply) {
+    if (!options_.baudDelay) {
+        return lastByte_ + std::chrono::milliseconds(reply.delayMs);
+    }
+    // Half duplex: a reply to a request that came in behind another waits for the line.
+    const Clock::time_point start = std::max(lastByte_, lineFree_);
+    lineFree_ = start + tools::lineTime(options_.line, requestLength) +
+                std::chrono::milliseconds(reply.delayMs) +
+                tools::lineTime(options_.line, reply.bytes.size());
+    return lineFree_;
 }
 
 void SimServer::tickCounters() {

@@ -41,6 +41,11 @@ private:
     void answer(int fd, const Bytes& request);
     // Drops what is left unanswered when the line or connection ends.
     void dropPending();
+    // When the reply to the request that arrived last goes out: after the PLC's delay and, with
+    // --baud-delay, when the request's and the reply's characters would have crossed a real
+    // line. Counted from the request's arrival, so that the time spent answering it is part of
+    // that time instead of adding to it.
+    Clock::time_point replyDue(std::size_t requestLength, const Reply& reply);
     void tickCounters();
 
     PlcModel& plc_;
@@ -49,6 +54,7 @@ private:
     const volatile std::sig_atomic_t& stop_;
     FrameSplitter splitter_;
     Clock::time_point lastByte_ = Clock::now();
+    Clock::time_point lineFree_;  // with --baud-delay: the end of the last reply on the line
     Clock::time_point nextTick_ = Clock::now();
     bool faultsCleared_ = false;
     Clock::time_point firstRequest_ = Clock::time_point::max();
