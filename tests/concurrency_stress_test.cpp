@@ -18,7 +18,7 @@
 #include <set>
 #include <thread>
 
-#include "driver/mutex_lock.h"
+#include "base/mutex_lock.h"
 #include "loaded_driver.h"
 
 namespace {
