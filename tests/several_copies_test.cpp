@@ -40,7 +40,7 @@ public:
             ADD_FAILURE() << "cannot load a copy in " << folder;
             return;
         }
-#define KORVAN_RESOLVE(name, symbol) name = symbolOf<decltype(&::name)>(symbol);
+#define KORVAN_RESOLVE(name) name = symbolOf<decltype(&::name)>(::symbolOf(#name).c_str());
         KORVAN_EXPORTED_FUNCTIONS(KORVAN_RESOLVE)
 #undef KORVAN_RESOLVE
         driver = symbolOf<Communication_Protocol*>("PLC_driver");
@@ -57,7 +57,7 @@ public:
         return handle_ != nullptr && driver != nullptr;
     }
 
-#define KORVAN_MEMBER(name, symbol) decltype(&::name) name = nullptr;
+#define KORVAN_MEMBER(name) decltype(&::name) name = nullptr;
     KORVAN_EXPORTED_FUNCTIONS(KORVAN_MEMBER)
 #undef KORVAN_MEMBER
     Communication_Protocol* driver = nullptr;
