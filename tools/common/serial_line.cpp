@@ -1,6 +1,8 @@
 #include "serial_line.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <termios.h>
 
 #include <cerrno>
@@ -14,6 +16,19 @@
 namespace tools {
 
 namespace {
+
+// Device majors of the pseudo-terminals' slave ends.
+constexpr unsigned int kFirstPtySlaveMajor = 136;
+constexpr unsigned int kLastPtySlaveMajor = 143;
+
+bool isPseudoTerminal(int fd) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0 || !S_ISCHR(status.st_mode)) {
+        return false;
+    }
+    const unsigned int deviceMajor = major(status.st_rdev);
+    return deviceMajor >= kFirstPtySlaveMajor && deviceMajor <= kLastPtySlaveMajor;
+}
 
 struct BaudRate {
     int bitsPerSecond;
@@ -104,10 +119,11 @@ void configureLine(int fd, const LineSettings& line) {
     if (tcgetattr(fd, &t) != 0) {
         throw systemError("cannot read the line settings");
     }
+    const bool character = !isPseudoTerminal(fd);
     cfmakeraw(&t);
     t.c_cflag &= ~(CSIZE | PARENB | PARODD | CSTOPB | CRTSCTS);
-    t.c_cflag |= CLOCAL | CREAD | dataBitsFlag(line.dataBits);
-    if (line.parity != 'N') {
+    t.c_cflag |= CLOCAL | CREAD | (character ? dataBitsFlag(line.dataBits) : CS8);
+    if (character && line.parity != 'N') {
         t.c_cflag |= PARENB | (line.parity == 'O' ? PARODD : 0);
     }
     if (line.stopBits == 2) {

@@ -1,5 +1,7 @@
 // Serial lines: the line settings both tools take as options, and opening a serial device or a
-// pseudo-terminal in raw mode with them. A pseudo-terminal ignores the speed but takes the rest.
+// pseudo-terminal in raw mode with them. A pseudo-terminal carries bytes, not characters on a wire:
+// it keeps 8 data bits without parity whatever it is asked, and refuses a second program's request
+// for parity, so on one only the timing of the settings counts.
 #ifndef KORVAN_TOOLS_SERIAL_LINE_H
 #define KORVAN_TOOLS_SERIAL_LINE_H
 
