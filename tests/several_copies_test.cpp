@@ -5,10 +5,14 @@
 #include <dlfcn.h>
 #include <stdlib.h>
 
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <sstream>
+#include <thread>
 
+#include "base/mutex_lock.h"
 #include "loaded_driver.h"
 
 namespace {
@@ -214,4 +218,82 @@ TEST(SeveralCopies, ShareTheOneQtOfTheProcess) {
     const QtMsgHandler original = qInstallMsgHandler(first.customMessageHandler);
     EXPECT_EQ(qInstallMsgHandler(second.customMessageHandler), first.customMessageHandler);
     qInstallMsgHandler(original);
+}
+
+// Every copy polled on a thread of its own against its own PLC while a host thread per copy
+// writes, once-reads and reads the image, as a runtime with several ports does: for 5 s under
+// ThreadSanitizer (which must find nothing), briefly otherwise. Each image ends with only its own
+// PLC's and host's words.
+TEST(ConcurrencyOfCopies, PollingAndHostThreadsOfEveryCopy) {
+#if defined(KORVAN_TSAN)
+    const auto runFor = std::chrono::seconds(5);
+#else
+    const auto runFor = std::chrono::milliseconds(500);
+#endif
+    constexpr int kWords = 32;
+    std::vector<std::unique_ptr<DriverCopy>> copies;
+    std::vector<std::unique_ptr<plcsim::PlcModel>> plcs;
+    // The host's address texts outlive the run: the driver's copies share their data, and Qt's
+    // reference counts are out of ThreadSanitizer's sight.
+    std::vector<QString> texts;
+    for (int a = 0; a < kWords; ++a) {
+        texts.push_back(QString::number(a));
+    }
+    for (int port = 0; port < kPorts; ++port) {
+        copies.push_back(std::make_unique<DriverCopy>());
+        DriverCopy& copy = *copies.back();
+        ASSERT_TRUE(copy.loaded());
+        plcs.push_back(std::make_unique<plcsim::PlcModel>(std::set<int>{1}));
+        plcs.back()->setFill([port](int, int, std::uint32_t a) { return fillOf(port, a); });
+        copy.info.maxUnits = 8;
+        copy.info.defaultStation = 1;
+        copy.info.retryLimit = 2;
+        copy.info.portId = 1;
+        copy.info.writeMode = 2;
+        copy.SetComInfo(&copy.info);
+        QList<HOSTVAR> cyclic{cyclicVar(kWordArea, texts[0], kWords)};
+        copy.ReCreatReadVarList(&cyclic);
+    }
+    // Host values carry the port in their top bits, like the PLCs' fills.
+    const auto hostWord = [](int port, long turn) {
+        return static_cast<quint16>((port + 1) << 12 | 0x800 | (turn & 0x7FF));
+    };
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int port = 0; port < kPorts; ++port) {
+        DriverCopy& copy = *copies[port];
+        plcsim::PlcModel& plc = *plcs[port];
+        threads.emplace_back([&copy, &plc, &stop] {
+            while (!stop.load()) {
+                pollOnce(copy, plc);
+            }
+        });
+        threads.emplace_back([&copy, &stop, &texts, hostWord, port] {
+            for (long turn = 0; !stop.load(); ++turn) {
+                const int address = static_cast<int>(turn % kWords);
+                const quint16 w = hostWord(port, turn);
+                QByteArray value;
+                value.append(static_cast<char>(w & 0xFF)).append(static_cast<char>(w >> 8));
+                copy.SetRegisterData(QString(), kWordArea, texts[address], 1, &value, 1, 1,
+                                     static_cast<int>(turn));
+                RW_VAR once = hostVar(kWordArea, "", 2, 1);
+                once.addressText = texts[(address + 7) % (kWords - 1)];
+                copy.AddListOnceReadVar(&once, 0);
+                QByteArray words;
+                copy.GetRegisterData(QString(), kWordArea, texts[0], 1, &words, kWords);
+            }
+        });
+    }
+    std::this_thread::sleep_for(runFor);
+    stop.store(true);
+    for (std::thread& t : threads) {
+        t.join();
+    }
+    for (int port = 0; port < kPorts; ++port) {
+        const Communication_Protocol& d = *copies[port]->driver;
+        EXPECT_FALSE(d.registerCache.isEmpty());
+        for (auto it = d.registerCache.constBegin(); it != d.registerCache.constEnd(); ++it) {
+            EXPECT_EQ(it.value() >> 12, port + 1) << "port " << port << " word " << it.key();
+        }
+    }
 }
