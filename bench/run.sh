@@ -43,11 +43,12 @@ figures=$results/figures # "key value" lines
 
 # Smoke: one round of everything, small; Google Benchmark's filters keep the slow cases out.
 if ((smoke)); then
-    min_time=0.01 counted=20 planned=1 wire=(1 0.2 50) variables=10000 samples=5000
+    min_time=0.01 counted=20 planned=1 wire=(1 0.2 50) variables=10000 samples=5000 port_seconds=0.5
     sizes=(100 1000)
     exchange_filter='^(exchange/(read|changing|write|bit|remote)|host)|/(100|1000)$'
 else
     min_time=0.5 counted=2000 planned=3 wire=(15 0.5 2000) variables=100000 samples=200000
+    port_seconds=5
     sizes=(100 300 1000 3000 10000 30000 100000)
     exchange_filter=
 fi
@@ -111,6 +112,9 @@ fi
 echo "== side by side on a pseudo-terminal"
 bench/wire_rates.sh "$build" "$work" "${wire[0]}" "${wire[1]}" >>"$figures"
 bench/wire_instructions.sh "$build" "$work" "${wire[2]}" >>"$figures"
+
+echo "== several ports at once"
+bench/ports.sh "$build" "$work" "$port_seconds" >>"$figures"
 
 echo "== memory and host-read latency"
 "$build/bench/korvan_memory_use" "$variables" | sed 's/^/mem./' >>"$figures"

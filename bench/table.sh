@@ -83,6 +83,19 @@ END {
         both("wire.ours.rate", 0), both("wire.floor.rate", 0), both("wire.ours_per_floor", 2), "",
         "")
 
+    # Several ports, each against its own simulator on a pseudo-terminal.
+    row("several ports polled at once, 2-word reads back to back: exchanges/s of all ports, 1 / 2 / 4 / 8 ports (processor time of the host polling threads per exchange)",
+        num(need("ports.1.rate")) " / " num(need("ports.2.rate")) " / " num(need("ports.4.rate")) \
+            " / " num(need("ports.8.rate")) " (" num(need("ports.1.cpu_us"), 1) " / " \
+            num(need("ports.2.cpu_us"), 1) " / " num(need("ports.4.cpu_us"), 1) " / " \
+            num(need("ports.8.cpu_us"), 1) " us)", "", "", "", "")
+    worst = need("ports.line.worst_ms") / need("ports.line.min_ms")
+    row("8 ports at " num(need("ports.line.baud")) " baud, the simulators holding each reply for its line time, 300 words a scan in 3 blocks: mean scan time of the slowest port against the line-time minimum",
+        need("ports.line.worst_ms") " ms / " need("ports.line.min_ms") " ms", "", num(worst, 3),
+        "≤ 1.05", yes(worst <= 1.05))
+    row("the same 8 ports: processor time of the host, share of one core",
+        need("ports.line.cpu_percent") "%", "", "", "< 5%", yes(need("ports.line.cpu_percent") < 5))
+
     # The driver alone, with canned replies.
     exchange("2-word cyclic read", "read/2")
     exchange("50-word cyclic read", "read/50")

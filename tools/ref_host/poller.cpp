@@ -1,5 +1,7 @@
 #include "poller.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <cstring>
 #include <fstream>
@@ -40,6 +42,14 @@ long residentKb() {
         status.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
     }
     return kb;
+}
+
+// Processor time of the calling thread so far.
+double threadCpuMs() {
+    rusage usage{};
+    getrusage(RUSAGE_THREAD, &usage);
+    const auto ms = [](const timeval& t) { return t.tv_sec * 1000.0 + t.tv_usec / 1000.0; };
+    return ms(usage.ru_utime) + ms(usage.ru_stime);
 }
 
 // The callbacks' way back: they carry no context of ours, but run on the polling thread.
@@ -125,10 +135,12 @@ int Poller::onError(QList<RW_VAR>*, int ownerId, int) {
 }
 
 void Poller::run(const volatile std::sig_atomic_t& stop) {
+    const double cpuAtStart = threadCpuMs();
     poll(stop);
     if (options_.writeEveryScan) {
         drainWrites(stop);
     }
+    stats_.cpuMs = threadCpuMs() - cpuAtStart;
     stats_.rssKbEnd = residentKb();
 }
 

@@ -224,7 +224,7 @@ void Report::printStatsJson(int port, const RunStats& s) const {
               << ",\"writes_failed\":" << s.writesFailed << ",\"writes_issued\":" << s.writesIssued
               << ",\"writes_unanswered\":" << s.writesUnanswered
               << ",\"writes_repeated\":" << s.writesRepeated << ",\"rss_kb_warm\":" << s.rssKbWarm
-              << ",\"rss_kb_end\":" << s.rssKbEnd << "}}" << std::endl;
+              << ",\"rss_kb_end\":" << s.rssKbEnd << ",\"cpu_ms\":" << s.cpuMs << "}}" << std::endl;
 }
 
 void Report::drawTable() {

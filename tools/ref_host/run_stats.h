@@ -25,6 +25,7 @@ struct RunStats {
     long writesRepeated = 0;    // results beyond the first for one write
     long rssKbWarm = 0;         // resident memory once warmed up, and at the end
     long rssKbEnd = 0;
+    double cpuMs = 0.0;  // processor time of the polling thread, user and system
 };
 
 // One variable's values as the image holds them at the end of a scan.
