@@ -10,6 +10,7 @@
 #include "base/wrapping.h"
 #include "codec/bit_word_write.h"
 #include "image/cache_key.h"
+#include "lists/write_list.h"
 
 // Host reads: GetRegisterData copies words or bits out of the register image. It never waits for
 // the wire; a word that was never read (or whose station never answered) reads as zero.
@@ -156,16 +157,16 @@ struct WriteSettings {
     int writeMode;
 };
 
+// A record for the PLC is queued (the caller holds listMutex); the image shows it at once when
+// it is not for the PLC, or while the link is down (write_register does not mirror then).
 void issue(RW_VAR& record, const WriteSettings& settings) {
-    if (settings.writeMode != kWriteThrough) {
-        write_data_to_local(record);
-        return;
+    if (settings.writeMode == kWriteThrough) {
+        appendWrite(PLC_driver.writeList, record);
+        if (!isCommFailed()) {
+            return;
+        }
     }
-    AddListWriteVar(&record);
-    // While the link is down write_register does not mirror, so the image shows the value here.
-    if (isCommFailed()) {
-        write_data_to_local(record);
-    }
+    write_data_to_local(record);
 }
 
 void issueBits(RW_VAR& record, const HostBuffer& in, int count, const WriteSettings& settings) {
@@ -220,6 +221,21 @@ void mirrorBit(QHash<quint64, quint16>& cache, quint64 base, qint64 bitAddress, 
     word = withBits(word, bitMask(bitAddress), on);
 }
 
+// Every record of the value, one after the other. Out of memory, the records issued so far stay
+// queued and mirrored.
+void issueAll(RW_VAR& record, const HostBuffer& in, int count, const WriteSettings& settings) {
+    try {
+        if (isBitArea(record.area)) {
+            issueBits(record, in, count, settings);
+        } else if (isWordArea(record.area)) {
+            issueWords(record, in, count, settings);
+        } else if (record.area == kBitOfWordArea) {
+            issueBitsOfWords(record, in, count, settings);
+        }
+    } catch (...) {
+    }
+}
+
 int writeListSize() {
     MutexLock lock(PLC_driver.listMutex);
     return PLC_driver.writeList.size();
@@ -255,18 +271,16 @@ int SetRegisterData(QString nameText, int area, QString address, int station, QB
     record.count = 1;
 
     const HostBuffer in(values);
-    try {
-        if (isBitArea(area)) {
-            issueBits(record, in, count, settings);
-        } else if (isWordArea(area)) {
-            issueWords(record, in, count, settings);
-        } else if (area == kBitOfWordArea) {
-            issueBitsOfWords(record, in, count, settings);
-        }
-    } catch (...) {
-        // Out of memory: records issued so far stay queued and mirrored.
+    if (settings.writeMode != kWriteThrough) {
+        issueAll(record, in, count, settings);
+        return writeListSize();
     }
-    return writeListSize();
+    // The pieces of one value are queued under one hold of listMutex, so that the polling thread
+    // cannot complete the first before the last is queued: it reports the variable once, when
+    // all of them are done.
+    MutexLock lock(PLC_driver.listMutex);
+    issueAll(record, in, count, settings);
+    return PLC_driver.writeList.size();
 }
 
 void write_data_to_local(const RW_VAR& record) {

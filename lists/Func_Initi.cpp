@@ -12,6 +12,7 @@
 #include "base/wrapping.h"
 #include "lists/block_grouping.h"
 #include "lists/word_units.h"
+#include "lists/write_list.h"
 
 // The host's configuration calls. They take no lock: the host makes them before polling starts
 // or while the polling thread is idle.
@@ -207,8 +208,8 @@ int AddListReadVar(RW_VAR* var) {
 
 int AddListWriteVar(RW_VAR* var) {
     MutexLock lock(PLC_driver.listMutex);
-    if (var != nullptr && PLC_driver.writeList.size() < kMaxListEntries) {
-        PLC_driver.writeList.append(*var);
+    if (var != nullptr) {
+        appendWrite(PLC_driver.writeList, *var);
     }
     return PLC_driver.writeList.size();
 }
