@@ -172,14 +172,16 @@ TEST_F(ToolsEndToEnd, ALateReplyIsNotTakenForTheNextRequests) {
     EXPECT_EQ(run.exitCode, 0) << run.errors;
     EXPECT_EQ(run.values("14:100:2"), words({100, 101}));
     EXPECT_EQ(run.values("14:200:2"), words({200, 201}));
-    EXPECT_EQ(run.stats.value("retries", 0), 1);
+    // Once, unless the host was kept from the processor so long that the late reply was there
+    // when it looked.
+    EXPECT_LE(run.stats.value("retries", 0), 1);
     EXPECT_TRUE(run.abandoned().empty());
 }
 
 // With --baud-delay the simulator answers when a real line would have carried the request and
 // the reply: a scan of one 2-word read (10 bytes out, 9 back) takes at least their line time at
-// the simulator's settings, and not much longer. (The host's own settings only set how long it
-// waits; a pseudo-terminal refuses parity and 7 data bits anyway.)
+// the simulator's settings, and not much longer. The host takes the same settings, as a host on a
+// real line does.
 TEST_F(ToolsEndToEnd, BaudDelayHoldsEachReplyForItsLineTime) {
     struct Case {
         std::vector<std::string> line;
@@ -199,8 +201,6 @@ TEST_F(ToolsEndToEnd, BaudDelayHoldsEachReplyForItsLineTime) {
             sim += " " + word;
         }
         SCOPED_TRACE(sim);
-        // The host takes the same settings: a pseudo-terminal keeps 8 bits without parity, but
-        // each end times the line by them.
         std::vector<std::string> args = c.line;
         for (const std::string& word :
              {std::string("--sim-options"), sim, std::string("--turnaround"), kTurnaround,
