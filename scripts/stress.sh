@@ -21,5 +21,6 @@ CC=clang-14 CXX=clang++-14 cmake -S . -B build/tsan -G Ninja -DKORVAN_WERROR=ON 
     -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVAN_BUILD_BENCH=OFF -DKORVAN_SANITIZE=thread >/dev/null
 cmake --build build/tsan -j "$(nproc)" --target korvan_host_abi_test
 echo "== stress: ${seconds} s"
-KORVAN_STRESS_SECONDS=$seconds TSAN_OPTIONS=halt_on_error=1 \
+# A deadlock would stop the run: give up a minute after the stress should have ended.
+KORVAN_STRESS_SECONDS=$seconds TSAN_OPTIONS=halt_on_error=1 timeout $((seconds + 60)) \
     build/tsan/tests/korvan_host_abi_test --gtest_filter='ConcurrencyStress.*'

@@ -6,8 +6,7 @@
 // the image is one that the PLC or a host produced for that very word.
 //
 // It runs for KORVAN_STRESS_SECONDS, else 5 s under ThreadSanitizer and 1 s otherwise
-// (scripts/stress.sh runs it for a minute). A thread whose loop stops turning (a deadlock) aborts
-// the run, naming the thread, instead of hanging it.
+// (scripts/stress.sh runs it for a minute). A deadlock runs into the test's time limit.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -23,16 +22,11 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 #if defined(KORVAN_TSAN)
 constexpr double kDefaultSeconds = 5.0;
 #else
 constexpr double kDefaultSeconds = 1.0;
 #endif
-// Far beyond any lock hold, even under ThreadSanitizer on a busy machine.
-constexpr auto kStallLimit = std::chrono::seconds(20);
-constexpr auto kWatchEvery = std::chrono::milliseconds(50);
 constexpr auto kBackOff = std::chrono::microseconds(100);
 
 constexpr int kSteadyStation = 1;    // never switched off: all its work must be answered
@@ -112,16 +106,10 @@ int onError(QList<RW_VAR>* list, int, int flag) {
     return 0;
 }
 
-// A thread of the run with the count of its loop's turns, which the watchdog follows.
+// A thread of the run and the count of its loop's turns.
 struct Worker {
-    explicit Worker(const char* threadName) : name(threadName) {}
-
-    const char* name;
     std::atomic<long> turns{0};
-    std::atomic<bool> done{false};
     std::thread thread;
-    long seenTurns = -1;
-    Clock::time_point seenAt;
 };
 
 class ConcurrencyStress : public DriverTest {
@@ -149,7 +137,6 @@ protected:
                 body(turn);
                 w.turns.store(turn + 1);
             }
-            w.done.store(true);
         });
     }
     void recordIssued(const Item& item, int station) {
@@ -173,7 +160,6 @@ protected:
                 break;
             }
         }
-        w.done.store(true);
     }
     void countResult(int code, int owner) {
         ++exchanges;
@@ -186,37 +172,16 @@ protected:
         }
     }
 
-    // Stops the hosts after `seconds`, then waits for the poller; aborts if a thread stalls.
-    void watch(double seconds, std::vector<Worker*> hosts, Worker& poller) {
-        const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                                 std::chrono::duration<double>(seconds));
-        std::vector<Worker*> all = hosts;
-        all.push_back(&poller);
-        while (!poller.done.load()) {
-            std::this_thread::sleep_for(kWatchEvery);
-            const auto now = Clock::now();
-            if (now >= deadline) {
-                stop.store(true);
-            }
-            hostsDone.store(
-                std::all_of(hosts.begin(), hosts.end(), [](Worker* h) { return h->done.load(); }));
-            bool stuck = false;
-            for (Worker* w : all) {
-                const long turns = w->turns.load();
-                if (turns != w->seenTurns || w->done.load()) {
-                    w->seenTurns = turns;
-                    w->seenAt = now;
-                } else if (now - w->seenAt > kStallLimit) {
-                    std::fprintf(stderr, "the %s thread is stuck after %ld turns\n", w->name,
-                                 turns);
-                    stuck = true;
-                }
-            }
-            if (stuck) {
-                std::fprintf(stderr, "deadlock: giving up on the run\n");
-                std::abort();
-            }
+    // Stops the hosts after `seconds`, then lets the poller carry out what they left queued. A
+    // deadlock shows as the test's time limit.
+    void runFor(double seconds, std::vector<Worker*> hosts, Worker& poller) {
+        std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+        stop.store(true);
+        for (Worker* h : hosts) {
+            h->thread.join();
         }
+        hostsDone.store(true);
+        poller.thread.join();
     }
 
     std::atomic<bool> stop{false};
@@ -242,8 +207,7 @@ protected:
 
 TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
     const double seconds = stressSeconds();
-    Worker writer("writer"), registrar("registrar"), planner("planner"), reader("reader");
-    Worker poller("poller");
+    Worker writer, registrar, planner, reader, poller;
 
     // Host writes of one to six words, alternating between the two stations.
     start(writer, [this](long turn) {
@@ -345,10 +309,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
     });
     poller.thread = std::thread([this, &poller] { pollUntilDrained(poller); });
 
-    watch(seconds, {&writer, &registrar, &planner, &reader}, poller);
-    for (Worker* w : {&writer, &registrar, &planner, &reader, &poller}) {
-        w->thread.join();
-    }
+    runFor(seconds, {&writer, &registrar, &planner, &reader}, poller);
 
     EXPECT_EQ(wrongSizes.load(), 0);
     EXPECT_EQ(undefinedResults.load(), 0);
