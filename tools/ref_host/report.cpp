@@ -104,14 +104,18 @@ void Report::trace(int port, const std::vector<std::string>& lines) {
     std::cerr << text << std::flush;
 }
 
+// Asked by every polling thread after every scan, so without the lock: the time of the last
+// drawing is kept apart, in an atomic.
 bool Report::showsScan() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return showsScanLocked();
-}
-
-bool Report::showsScanLocked() const {
-    return format_ != Format::Table ||
-           (terminal_ && std::chrono::steady_clock::now() - lastDraw_ >= kRedrawEvery);
+    if (format_ != Format::Table) {
+        return true;
+    }
+    if (!terminal_) {
+        return false;
+    }
+    const Clock::duration sinceDraw =
+        Clock::now().time_since_epoch() - Clock::duration(lastDraw_.load());
+    return sinceDraw >= kRedrawEvery;
 }
 
 void Report::scan(int port, long number, long elapsedMs, std::vector<VariableValues> rows) {
@@ -120,7 +124,7 @@ void Report::scan(int port, long number, long elapsedMs, std::vector<VariableVal
     switch (format_) {
         case Format::Table:
             rows_.at(static_cast<std::size_t>(port)) = std::move(rows);
-            if (showsScanLocked()) {
+            if (showsScan()) {
                 drawTable();
             }
             break;
@@ -255,7 +259,7 @@ void Report::drawTable() {
     }
     std::cout << out.str() << std::flush;
     drawnLines_ = lines;
-    lastDraw_ = std::chrono::steady_clock::now();
+    lastDraw_.store(Clock::now().time_since_epoch().count());
 }
 
 }  // namespace refhost

@@ -4,6 +4,7 @@
 #ifndef KORVAN_TOOLS_REPORT_H
 #define KORVAN_TOOLS_REPORT_H
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <string>
@@ -38,7 +39,6 @@ private:
     bool named() const { return !ports_.front().empty(); }
     // "port a: " before a message of port a, nothing without --port.
     std::string prefix(int port) const;
-    bool showsScanLocked() const;
     void drawTable();
     void printStatsText(int port, const RunStats& s) const;
     void printStatsJson(int port, const RunStats& s) const;
@@ -50,7 +50,8 @@ private:
     std::vector<std::vector<VariableValues>> rows_;  // by port: the last scan's
     bool headerShown_ = false;
     int drawnLines_ = 0;
-    std::chrono::steady_clock::time_point lastDraw_;
+    using Clock = std::chrono::steady_clock;
+    std::atomic<Clock::rep> lastDraw_{0};  // when the table was last drawn, since the epoch
 };
 
 }  // namespace refhost
