@@ -78,4 +78,13 @@ const tools::Bytes& Link::exchange(const std::uint8_t* request, std::size_t leng
     return reply_;
 }
 
+void Link::dropLateReply(std::size_t length, int timeoutMs) {
+    dropped_.clear();
+    tools::readFor(fd_.get(), length, timeoutMs, dropped_, reply_);
+    dropped_.insert(dropped_.end(), reply_.begin(), reply_.end());
+    reply_.clear();
+    capture_.dropped(dropped_.data(), dropped_.size());
+    overrun_ = !dropped_.empty();
+}
+
 }  // namespace refhost

@@ -28,6 +28,9 @@ public:
     const tools::Bytes& exchange(const std::uint8_t* request, std::size_t length, int replyLength,
                                  bool lineSettled);
 
+    // Waits up to `timeoutMs` for a late answer of up to `length` bytes and drops what comes.
+    void dropLateReply(std::size_t length, int timeoutMs);
+
     // The time the request and its reply take on the line, plus the turnaround.
     int replyTimeoutMs(std::size_t requestLength, int replyLength) const;
     const std::string& description() const { return description_; }

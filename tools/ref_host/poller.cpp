@@ -264,6 +264,16 @@ void Poller::exchange(const Protocol& request) {
     }
     const int code = api_.handReply(&received_, received_.size())->result;
     const bool good = replyLength > 0 && isGood(code);
+    // A retry answered after a frame went unanswered in time: that frame's answer, or the
+    // retry's own if the first answer was only late, may still come, and the next request's
+    // reply would be taken from it, every later reply one behind while looking good. Wait for it
+    // before the next request; this costs a reply time only after a timeout.
+    if (good && timedOut_) {
+        link_.dropLateReply(static_cast<std::size_t>(replyLength),
+                            link_.replyTimeoutMs(frame.size(), replyLength));
+    }
+    timedOut_ = code == kRetry && replyLength > 0 &&
+                (timedOut_ || reply.size() < static_cast<std::size_t>(replyLength));
     lineSettled_ = good && lastGood_;
     lastGood_ = good;
 

@@ -78,6 +78,7 @@ private:
     bool retryPending_ = false;
     bool lastGood_ = false;             // the last exchange's reply was good
     bool lineSettled_ = false;          // so were the two last ones
+    bool timedOut_ = false;             // a frame of this exchange went unanswered in time
     std::vector<BlockKey> scanBlocks_;  // sorted: the blocks read in this scan
     QByteArray received_;               // the reply handed to the driver, its storage reused
     Clock::time_point started_ = Clock::now();
