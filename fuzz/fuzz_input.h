@@ -14,46 +14,32 @@ public:
     FuzzInput(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
 
     bool empty() const { return at_ >= size_; }
-
     std::uint8_t byte() { return at_ < size_ ? data_[at_++] : 0; }
-
     int int16() { return static_cast<std::int16_t>(byte() | byte() << 8); }
 
     // Counts as a host may pass them: mostly small, sometimes zero, negative or extreme. Extreme
     // values stay within what a test can run in a moment.
     int count() {
-        switch (byte() % 8) {
-            case 0:
-                return 0;
-            case 1:
-                return -1 - byte();
-            case 2:
-                return INT_MAX;
-            case 3:
-                return INT_MIN;
-            case 4:
-                return int16() & 0xFFFF;
-            default:
-                return byte() % 40;
-        }
+        const int kind = byte() % 8;
+        return kind == 0   ? 0
+               : kind == 1 ? -1 - byte()
+               : kind == 2 ? INT_MAX
+               : kind == 3 ? INT_MIN
+               : kind == 4 ? int16() & 0xFFFF
+                           : byte() % 40;
     }
-
     // Areas 0..29 most of the time, and the odd value outside.
     int area() {
         const std::uint8_t b = byte();
         return b < 240 ? b % 30 : static_cast<std::int8_t>(b) * 7;
     }
-
     QByteArray bytes(std::size_t length) {
         const std::size_t n = length < size_ - at_ ? length : size_ - at_;
-        QByteArray out(reinterpret_cast<const char*>(data_ + at_), static_cast<int>(n));
         at_ += n;
-        return out;
+        return QByteArray(reinterpret_cast<const char*>(data_ + at_ - n), static_cast<int>(n));
     }
-
     // A text of up to 15 bytes, Latin-1.
     QString text() { return QString::fromLatin1(bytes(byte() % 16)); }
-
     QByteArray rest() { return bytes(size_ - at_); }
 
 private:
@@ -71,9 +57,7 @@ inline void resetDriverForFuzzing(ComInfo* info) {
     d.stationMap.clear();
     d.retVar = RW_VAR();
     d.currentSource = kSourceNone;
-    d.writeBurst = 0;
-    d.onceBurst = 0;
-    d.scanCount = 0;
+    d.writeBurst = d.onceBurst = d.scanCount = 0;
     d.commFailed = 0;
     d.registerCache.clear();
     *info = ComInfo();
