@@ -11,19 +11,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
-#include <string>
 #include <thread>
-#include <tuple>
-#include <vector>
 
 #include "unique_fd.h"
 #include "word_file.h"
@@ -39,12 +33,11 @@ constexpr int kRunMs = 30000;
 // Enough for a loaded machine: a reply that arrives later counts as missing.
 const std::string kTurnaround = "300";
 
-// A program started as a shell starts it, but with no input, and its stdout and stderr in
-// memory files: unlike pipes they never fill up and stop it.
+// A program started with no input, its stdout and stderr in memory files (unlike pipes they
+// never fill up and stop it); killed if still running when this goes.
 class Process {
 public:
-    Process(const char* program, Texts args)
-        : out_(memfd_create("out", MFD_CLOEXEC)), err_(memfd_create("err", MFD_CLOEXEC)) {
+    Process(const char* program, Texts args) {
         args.insert(args.begin(), program);
         std::vector<char*> argv;
         for (std::string& a : args) {
@@ -52,19 +45,13 @@ public:
         }
         argv.push_back(nullptr);
         const tools::UniqueFd input(open("/dev/null", O_RDONLY | O_CLOEXEC));
-        pid_ = fork();
-        if (pid_ == 0) {
+        if ((pid_ = fork()) == 0) {
             dup2(input.get(), STDIN_FILENO);
             dup2(out_.get(), STDOUT_FILENO);
             dup2(err_.get(), STDERR_FILENO);
-            sigset_t none;
-            sigemptyset(&none);
-            sigprocmask(SIG_SETMASK, &none, nullptr);
-            signal(SIGPIPE, SIG_DFL);
             execv(program, argv.data());
             _exit(127);
         }
-        EXPECT_GT(pid_, 0) << "cannot start " << program << ": " << std::strerror(errno);
     }
     ~Process() {
         if (pid_ > 0) {
@@ -72,28 +59,24 @@ public:
             waitpid(pid_, nullptr, 0);
         }
     }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
 
     // Sends `signal` (0: none) and waits up to `ms` for the end: the exit status, or -1 when it
-    // was killed, or did not end in time and is killed now.
+    // was killed, or did not end in time (and is killed as this goes).
     int finish(int ms, int signal = 0) {
         if (pid_ > 0 && signal != 0) {
             kill(pid_, signal);
         }
-        for (const auto end = Clock::now() + std::chrono::milliseconds(ms); pid_ > 0;) {
-            int status = 0;
-            if (waitpid(pid_, &status, WNOHANG) == pid_) {
-                pid_ = -1;
-                return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-            }
+        int status = -1;
+        for (const auto end = Clock::now() + std::chrono::milliseconds(ms);
+             pid_ > 0 && waitpid(pid_, &status, WNOHANG) != pid_;
+             std::this_thread::sleep_for(kPoll)) {
             if (Clock::now() >= end) {
                 ADD_FAILURE() << "a process did not end in " << ms << " ms";
-                return -1;  // killed as this goes
+                return -1;
             }
-            std::this_thread::sleep_for(kPoll);
         }
-        return -1;
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     std::string out() const { return contents(out_.get()); }
     std::string err() const { return contents(err_.get()); }
@@ -109,8 +92,7 @@ private:
         return text;
     }
 
-    tools::UniqueFd out_;
-    tools::UniqueFd err_;
+    tools::UniqueFd out_{memfd_create("out", MFD_CLOEXEC)}, err_{memfd_create("err", MFD_CLOEXEC)};
     pid_t pid_ = -1;
 };
 
@@ -124,8 +106,7 @@ public:
              (text = out()).find('\n') == std::string::npos && Clock::now() < end;) {
             std::this_thread::sleep_for(kPoll);
         }
-        std::istringstream line(text);
-        line >> endpoint >> endpoint;
+        std::istringstream(text) >> endpoint >> endpoint;
     }
     // Stops it as SIGTERM does; true when it exited cleanly, its dump written.
     bool stop() { return finish(5000, SIGTERM) == 0; }
@@ -167,23 +148,14 @@ HostRun runHost(const Texts& args, std::map<std::string, HostRun>* ports = nullp
     return run;
 }
 
-// A new folder for one test's files under $TMPDIR (or /tmp), removed with them.
-class ScratchDir {
-public:
-    ScratchDir() {
-        std::string name =
-            (std::filesystem::temp_directory_path() / "korvan_tools.XXXXXX").string();
-        EXPECT_NE(mkdtemp(name.data()), nullptr) << name << ": " << std::strerror(errno);
-        dir_ = name;
-    }
-    ~ScratchDir() {
-        std::error_code ignored;
-        std::filesystem::remove_all(dir_, ignored);
-    }
-    std::string path(const std::string& name) const { return dir_ + "/" + name; }
-
-private:
-    std::string dir_;
+// A folder for a test's files under $TMPDIR (or /tmp), removed with them.
+struct ScratchDir {
+    const std::filesystem::path dir =
+        std::filesystem::temp_directory_path() / ("korvan_tools." + std::to_string(getpid()));
+    ScratchDir() { std::filesystem::create_directories(dir); }
+    ~ScratchDir() { std::filesystem::remove_all(dir, ignored); }
+    std::string path(const std::string& name) const { return dir / name; }
+    std::error_code ignored;
 };
 
 // A simulator's memory dump or a host's image dump, by station, area and address.
@@ -208,7 +180,8 @@ void expectImageIn(const Memory& image, const Memory& plc, int unserved = 0) {
 }
 
 // tshark's reading of `capture` with the dissector, both passes: a row per frame shown by
-// `filter`, the fields in the order asked, several values of one field joined by commas.
+// `filter`, the fields in the order asked (korvan's without their prefix), several values of one
+// field joined by commas.
 std::vector<Row> decode(const std::string& capture, const Texts& fields,
                         const std::string& filter = "") {
     Texts args{"-2",     "-X",    "lua_script:" KORVAN_DISSECTOR,
@@ -216,7 +189,7 @@ std::vector<Row> decode(const std::string& capture, const Texts& fields,
                "fields", "-E",    "occurrence=a",
                "-Y",     filter};
     for (const std::string& field : fields) {
-        args.insert(args.end(), {"-e", field});
+        args.insert(args.end(), {"-e", (field[0] == '_' ? "" : "korvan.") + field});
     }
     Process tshark(KORVAN_TSHARK, args);
     EXPECT_EQ(tshark.finish(kRunMs), 0) << tshark.err();
@@ -224,9 +197,8 @@ std::vector<Row> decode(const std::string& capture, const Texts& fields,
     std::istringstream lines(tshark.out());
     for (std::string line; std::getline(lines, line);) {
         std::istringstream cells(line);
-        rows.emplace_back();
-        for (std::string cell; std::getline(cells, cell, '\t');) {
-            rows.back().push_back(cell);
+        for (rows.emplace_back(); std::getline(cells, line, '\t');) {
+            rows.back().push_back(line);
         }
         rows.back().resize(fields.size());
     }
@@ -245,17 +217,10 @@ constexpr char kMemory[] = R"(1 14 100 0x1234
 3 14 0 0x3333
 )";
 
-// The pairing and direction of each frame, and its Info column.
-const Texts kExchangeFields{"korvan.kind",     "korvan.direction",  "korvan.request_in",
-                            "korvan.reply_in", "korvan.crc.status", "korvan.sum.status",
-                            "korvan.time",     "_ws.col.Info"};
-constexpr std::size_t kInfo = 7;
-
 // Two scans with writes of words, bits and a bit of a word against a simulator holding kMemory,
-// in either frame family, both ends capturing. The values read, the write results, the PLC's
-// words after the writes and the host's image equal to them; both captures decode to the same
-// exchanges (the writes, then each scan's reads), each reply paired with its request and the
-// first request's fields read right.
+// in either frame family, both ends capturing: the values read, and the host's image equal to
+// the PLC's memory after the writes; both captures decode to the same exchanges (the writes, then
+// each scan's reads), each reply paired with its request, and the first request's fields.
 TEST(ToolsEndToEnd, ReadsWritesAndCapturesInEitherFamily) {
     struct Variable {
         std::string name;
@@ -266,47 +231,38 @@ TEST(ToolsEndToEnd, ReadsWritesAndCapturesInEitherFamily) {
         Texts transport;  // the simulator's
         Texts host;       // options, writes and variables
         std::vector<Variable> variables;
-        Memory written;
         Texts writes, reads;  // Info of the writes' exchanges, and of one scan's reads
         Texts fields;         // of the first request
         Row first;
     };
     const J bits = J::array({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0});
+    // clang-format off
     const Case cases[] = {
         {{"--pty"},
          {"--write", "14:200=0x5678,0x9ABC", "--write", "2:40=1", "--write", "29:12.1=1",
           "14:100:2", "2:35:20", "29:10.3", "14:200:2", "29:12.1"},
-         {{"14:100:2", J::array({0x1234, 0xABCD}), "ok"},
+         {{"14:100:2", J::array({0x1234, 0xABCD}), "ok"}, {"29:10.3", J::array({1}), "ok"},
           {"2:35:20", bits, "ok"},  // bits 35, 40 (written) and 48
-          {"29:10.3", J::array({1}), "ok"},
-          {"14:200:2", J::array({0x5678, 0x9ABC}), "ok"},
-          {"29:12.1", J::array({1}), "ok"}},
-         {{{1, 14, 200}, 0x5678},
-          {{1, 14, 201}, 0x9ABC},
-          {{1, 2, 2}, 0x0108},
-          {{1, 14, 12}, 0x0F02}},  // bit-in-word: the other bits kept
+          {"14:200:2", J::array({0x5678, 0x9ABC}), "ok"}, {"29:12.1", J::array({1}), "ok"}},
+         // The bit-in-word write keeps the word's other bits.
          {"write words st=1 area 0x80 @200 x2: 0x5678 0x9abc", "reply st=1 write acknowledged",
           "write bits st=1 area 0x03 @40 x1: 1", "reply st=1 write acknowledged",
           "read words st=1 area 0x80 @12 x1", "reply st=1 2 bytes: 0x0f00",
           "write words st=1 area 0x80 @12 x1: 0x0f02", "reply st=1 write acknowledged"},
-         {"read bits st=1 area 0x03 @32 x32",
-          "reply st=1 4 bytes: 00010000100000001000000000000001",
+         {"read bits st=1 area 0x03 @32 x32", "reply st=1 4 bytes: 00010000100000001000000000000001",
           "read words st=1 area 0x80 @10 x3", "reply st=1 6 bytes: 0x0008 0x0000 0x0f02",
           "read words st=1 area 0x80 @100 x2", "reply st=1 4 bytes: 0x1234 0xabcd",
           "read words st=1 area 0x80 @200 x2", "reply st=1 4 bytes: 0x5678 0x9abc"},
-         {"korvan.family", "korvan.station", "korvan.function", "korvan.area_code", "korvan.area",
-          "korvan.address", "korvan.count", "korvan.payload_length", "korvan.word", "korvan.crc"},
+         {"family", "station", "function", "area_code", "area", "address", "count",
+          "payload_length", "word", "crc"},
          {"0", "1", "0x21", "0x80", "14", "200", "2", "4", "0x5678,0x9abc", "0x80d3"}},
         {{"--tcp", "127.0.0.1:0"},
-         {"--remote-mode", "--per-var-station", "--off", "3", "--write", "14:5@1=0xBEEF", "--write",
-          "1:1@2=1", "--write", "29:20.15@2=1", "14:0@1", "14:0@2", "14:0@3", "14:5@1", "1:0:3@2",
-          "29:20.15@2"},
-         {{"14:0@2", J::array({0x2222}), "ok"},
+         {"--remote-mode", "--per-var-station", "--off", "3", "--write", "14:5@1=0xBEEF",
+          "--write", "1:1@2=1", "--write", "29:20.15@2=1", "14:0@1", "14:0@2", "14:0@3", "14:5@1",
+          "1:0:3@2", "29:20.15@2"},
+         {{"14:0@2", J::array({0x2222}), "ok"}, {"14:5@1", J::array({0xBEEF}), "ok"},
           {"14:0@3", J::array({0}), "off"},  // never asked: the PLC holds 0x3333
-          {"14:5@1", J::array({0xBEEF}), "ok"},
-          {"1:0:3@2", J::array({1, 1, 1}), "ok"},
-          {"29:20.15@2", J::array({1}), "ok"}},
-         {{{1, 14, 5}, 0xBEEF}, {{2, 1, 0}, 0x0007}, {{2, 14, 20}, 0x8000}},
+          {"1:0:3@2", J::array({1, 1, 1}), "ok"}, {"29:20.15@2", J::array({1}), "ok"}},
          {"remote write st=1 area 14 @5 x1: 0xbeef", "reply st=1 write acknowledged",
           "remote write st=2 area 1 @1 x1: 1", "reply st=2 write acknowledged",
           "remote write st=2 area 29 @20.15 x1: 1", "reply st=2 write acknowledged"},
@@ -315,11 +271,11 @@ TEST(ToolsEndToEnd, ReadsWritesAndCapturesInEitherFamily) {
           "remote read st=2 area 1 @0 x1", "reply st=2 2 bytes: 1110000000000000",
           "remote read st=2 area 14 @0 x21",
           "reply st=2 42 bytes: 0x2222 0x0000 0x0000 0x0000 0x0000 0x0000 0x0000 0x0000 ..."},
-         {"korvan.family", "korvan.remote.length", "korvan.remote.owner", "korvan.remote.direction",
-          "korvan.remote.port", "korvan.station", "korvan.area", "korvan.area_code",
-          "korvan.address", "korvan.count", "korvan.remote.mark", "korvan.word", "korvan.sum"},
+         {"family", "remote.length", "remote.owner", "remote.direction", "remote.port", "station",
+          "area", "area_code", "address", "count", "remote.mark", "word", "sum"},
          {"1", "24", "1", "1", "1", "1", "14", "0x80", "5", "1", "0", "0xbeef", "0xdd"}},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.transport.front());
         ScratchDir dir;
@@ -337,24 +293,17 @@ TEST(ToolsEndToEnd, ReadsWritesAndCapturesInEitherFamily) {
         const HostRun run = runHost(args);
         ASSERT_TRUE(plc.stop());
         ASSERT_EQ(run.exitCode, 0) << run.errors;
-
         for (const Variable& v : c.variables) {
             EXPECT_EQ(run(v.name, "values"), v.values) << v.name;
             EXPECT_EQ(run(v.name, "state"), v.state) << v.name;
         }
-        EXPECT_EQ(run.stats.value("scans", 0), 2);
         EXPECT_EQ(run.stats.value("writes_done", 0), 3);
-        const Memory memory = readMemory(dir.path("plc.txt"));
-        for (const auto& [key, value] : c.written) {
-            EXPECT_EQ(memory.count(key) != 0 ? memory.at(key) : -1, value)
-                << "station " << std::get<0>(key) << " word " << std::get<2>(key);
-        }
-        expectImageIn(readMemory(dir.path("image.txt")), memory);
+        expectImageIn(readMemory(dir.path("image.txt")), readMemory(dir.path("plc.txt")));
 
-        Texts info = c.writes;
+        Texts info = c.writes, fields{"kind",       "direction",  "request_in", "reply_in",
+                                      "crc.status", "sum.status", "time",       "_ws.col.Info"};
         info.insert(info.end(), c.reads.begin(), c.reads.end());
         info.insert(info.end(), c.reads.begin(), c.reads.end());
-        Texts fields = kExchangeFields;
         fields.insert(fields.end(), c.fields.begin(), c.fields.end());
         for (const std::string& capture : {hostCapture, dir.path("plc.pcap")}) {
             SCOPED_TRACE(capture);
@@ -365,7 +314,7 @@ TEST(ToolsEndToEnd, ReadsWritesAndCapturesInEitherFamily) {
             for (std::size_t i = 0; i < rows.size(); ++i) {
                 SCOPED_TRACE("frame " + std::to_string(i + 1));
                 const bool request = i % 2 == 0;
-                EXPECT_EQ(rows[i][kInfo], info[i]);
+                EXPECT_EQ(rows[i][7], info[i]);
                 EXPECT_EQ(rows[i][0], request ? "0" : "1");
                 EXPECT_EQ(rows[i][1], request == (capture == hostCapture) ? "0" : "1");
                 EXPECT_EQ(rows[i][request ? 3 : 2], std::to_string(request ? i + 2 : i));
@@ -373,69 +322,63 @@ TEST(ToolsEndToEnd, ReadsWritesAndCapturesInEitherFamily) {
                 EXPECT_EQ(rows[i][4] + rows[i][5], "good");  // a CRC, or a remote request's sum
                 EXPECT_EQ(rows[i][6].empty(), request);      // a reply's time since its request
             }
-            EXPECT_EQ(Row(rows[0].begin() + kExchangeFields.size(), rows[0].end()), c.first);
+            EXPECT_EQ(Row(rows[0].begin() + 8, rows[0].end()), c.first);
         }
     }
 }
 
-// Faults for the first requests of two blocks of one station and length: each failed reply is
-// retried, the third failure in a row abandons the exchange with the code of its cause, and
-// once the faults stop the values come. The host's capture shows each fault as it came: found by
-// the filter, the first such frame's kind, request_in and Info.
-TEST(ToolsEndToEnd, FaultsAreRetriedAbandonedRecoveredAndCaptured) {
+// Two blocks of one station and length read in eight scans, with faults for the first requests:
+// each failed reply is retried, the third failure in a row abandons the exchange with the code of
+// its cause, and once the faults stop the values come. The host's capture shows each fault as it
+// came: the frames the filter finds, and the first one's kind, request_in and Info. Nothing
+// received abandons a cyclic read (owner 0) with 41, a bad CRC or station byte with 11. The late
+// first reply comes while the host waits for the retry's: it passes for the retry's, and the
+// retry's own, equal to it, is dropped behind it, not taken for the next block's (retried once,
+// unless the host was kept from the processor so long that the late reply was there when it
+// looked). With --baud-delay the simulator answers when a real line would have carried the
+// request and the reply (10 bytes out, 9 back), and the host takes the same line settings: a scan
+// takes at least the line time of its two exchanges, and not much longer.
+TEST(ToolsEndToEnd, FaultsAndLineTimesAsTheHostAndItsCaptureSeeThem) {
     struct Case {
-        const char* faults;
-        J abandoned;  // by code
+        std::string sim;
+        Texts line;
+        J abandoned;
         int minRetries, maxRetries;
-        const char* filter;
+        std::string filter;
         std::size_t shown;
         Row first;
+        double lineMs;
     };
-    // Nothing received abandons a cyclic read (owner 0) with 41, a bad CRC or station byte with
-    // 11. The late first reply comes while the host waits for the retry's: it passes for the
-    // retry's, and the retry's own, equal to it, is dropped behind it, not taken for the next
-    // block's. Retried once, unless the host was kept from the processor so long that the late
-    // reply was there when it looked.
+    const Texts slow{"--baud", "4800", "--data-bits", "7", "--parity", "even", "--stop-bits", "2"};
+    // clang-format off
     const Case cases[] = {
-        {"--drop 1 --faults-for 6",
-         {{"41", 2}},
-         4,
-         4,
-         "korvan.no_reply",
-         6,
-         {"0", "", "read words st=1 area 0x80 @100 x2 [no reply]"}},
-        {"--corrupt 1 --faults-for 3",
-         {{"11", 1}},
-         2,
-         2,
-         "korvan.crc.status == \"bad\"",
-         3,
-         {"1", "1", "reply st=161 4 bytes: 0x0064 0x0065 [bad CRC]"}},
-        {"--misaddress 1 --faults-for 3",
-         {{"11", 1}},
-         2,
-         2,
-         "korvan.station == 2",
-         3,
-         {"1", "1", "reply st=2 4 bytes: 0x0064 0x0065"}},
-        {"--delay 500 --faults-for 1",
-         J::object(),
-         0,
-         1,
-         "korvan.kind == 2",
-         1,
-         {"2", "",
-          "dropped 9 bytes: 01 20 04 00 64 00 65 7c 94 (late reply st=1 4 bytes: "
-          "0x0064 0x0065)"}},
+        {"--drop 1 --faults-for 6", {}, {{"41", 2}}, 4, 4, "korvan.no_reply", 6,
+         {"0", "", "read words st=1 area 0x80 @100 x2 [no reply]"}, 0},
+        {"--corrupt 1 --faults-for 3", {}, {{"11", 1}}, 2, 2, "korvan.crc.status == \"bad\"", 3,
+         {"1", "1", "reply st=161 4 bytes: 0x0064 0x0065 [bad CRC]"}, 0},
+        {"--misaddress 1 --faults-for 3", {}, {{"11", 1}}, 2, 2, "korvan.station == 2", 3,
+         {"1", "1", "reply st=2 4 bytes: 0x0064 0x0065"}, 0},
+        {"--delay 500 --faults-for 1", {}, J::object(), 0, 1, "korvan.kind == 2", 1,
+         {"2", "", "dropped 9 bytes: 01 20 04 00 64 00 65 7c 94 "
+                   "(late reply st=1 4 bytes: 0x0064 0x0065)"}, 0},
+        {"--baud-delay", {"--baud", "9600"}, J::object(), 0, 0, "korvan.no_reply", 0, {},
+         2 * 19 * 10 * 1000.0 / 9600},  // start, 8 data and stop bits
+        {"--baud-delay", slow, J::object(), 0, 0, "korvan.no_reply", 0, {},
+         2 * 19 * 11 * 1000.0 / 4800},  // start, 7 data, parity and 2 stop bits
     };
+    // clang-format on
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.faults);
+        std::string sim = "--fill ramp " + c.sim;
+        for (const std::string& word : c.line) {
+            sim += " " + word;
+        }
+        SCOPED_TRACE(sim);
         ScratchDir dir;
-        const std::string capture = dir.path("host.pcap");
-        const HostRun run =
-            runHost({"--sim-options", std::string("--fill ramp ") + c.faults, "--turnaround",
-                     kTurnaround, "--retries", "2", "--scans", "3", "--format", "json", "--pcap",
-                     capture, "14:100:2", "14:200:2"});
+        Texts args = c.line;
+        args.insert(args.end(), {"--sim-options", sim, "--turnaround", kTurnaround, "--retries",
+                                 "2", "--scans", "8", "--format", "json", "--pcap",
+                                 dir.path("host.pcap"), "14:100:2", "14:200:2"});
+        const HostRun run = runHost(args);
         EXPECT_EQ(run.exitCode, 0) << run.errors;
         EXPECT_EQ(run.stats.value("abandoned", J()), c.abandoned);
         EXPECT_GE(run.stats.value("retries", -1), c.minRetries);
@@ -443,43 +386,12 @@ TEST(ToolsEndToEnd, FaultsAreRetriedAbandonedRecoveredAndCaptured) {
         EXPECT_EQ(run("14:100:2", "values"), J::array({100, 101}));
         EXPECT_EQ(run("14:200:2", "values"), J::array({200, 201}));
         const std::vector<Row> rows =
-            decode(capture, {"korvan.kind", "korvan.request_in", "_ws.col.Info"}, c.filter);
+            decode(dir.path("host.pcap"), {"kind", "request_in", "_ws.col.Info"}, c.filter);
         EXPECT_EQ(rows.size(), c.shown);
         EXPECT_EQ(rows.empty() ? Row() : rows[0], c.first);
-    }
-}
-
-// With --baud-delay the simulator answers when a real line would have carried the request and
-// the reply: a scan of one 2-word read (10 bytes out, 9 back) takes at least their line time at
-// the simulator's settings, and not much longer. The host takes the same settings, as a host on a
-// real line does.
-TEST(ToolsEndToEnd, BaudDelayHoldsEachReplyForItsLineTime) {
-    struct Case {
-        Texts line;
-        int bitsPerCharacter;  // start, data, parity and stop bits
-        int baud;
-    };
-    const Case cases[] = {
-        {{"--baud", "9600"}, 10, 9600},
-        {{"--baud", "4800", "--data-bits", "7", "--parity", "even", "--stop-bits", "2"}, 11, 4800},
-    };
-    for (const Case& c : cases) {
-        std::string sim = "--fill ramp --baud-delay";
-        for (const std::string& word : c.line) {
-            sim += " " + word;
-        }
-        SCOPED_TRACE(sim);
-        Texts args = c.line;
-        args.insert(args.end(), {"--sim-options", sim, "--turnaround", kTurnaround, "--scans", "8",
-                                 "--format", "json", "14:100:2"});
-        const HostRun run = runHost(args);
-        EXPECT_EQ(run.exitCode, 0) << run.errors;
-        EXPECT_EQ(run("14:100:2", "values"), J::array({100, 101}));
-        EXPECT_EQ(run.stats.value("retries", -1), 0);
-        const double lineMs = (10 + 9) * c.bitsPerCharacter * 1000.0 / c.baud;
         const double scanMs = run.stats.value("scan_ms_mean", 0.0);
-        EXPECT_GE(scanMs, lineMs - 0.05);  // the host prints milliseconds to one decimal
-        EXPECT_LT(scanMs, 1.5 * lineMs);
+        EXPECT_GE(scanMs, c.lineMs - 0.05);  // the host prints milliseconds to one decimal
+        EXPECT_TRUE(c.lineMs == 0 || scanMs < 1.5 * c.lineMs) << scanMs;
     }
 }
 
@@ -489,19 +401,17 @@ TEST(ToolsEndToEnd, ExitStatusAndMessageOfEachError) {
         int exitCode;
         const char* message;
     };
+    // Built against the other Qt major, a driver is refused before it is loaded.
+    // clang-format off
     const Case cases[] = {
-        {{"--device", "/dev/no-such-line", "14:0"},
-         1,
-         "cannot open serial device /dev/no-such-line"},
+        {{"--device", "/dev/no-such-line", "14:0"}, 1, "cannot open serial device /dev/no-such-line"},
         {{"--tcp", "127.0.0.1:1", "14:0"}, 1, "Connection refused"},
-        // Built against the other Qt major: refused before it is loaded.
         {{"--library", KORVAN_OTHER_QT_DRIVER, "14:0"}, 1, "must share one Qt major"},
         {{"14:12x"}, 2, "bad variable text '14:12x'"},
         {{"--sim-options", "--silent 1", "--retries", "0", "--turnaround", "50", "--scans", "2",
-          "14:0"},
-         3,
-         "the PLC never answered"},
+          "14:0"}, 3, "the PLC never answered"},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.message);
         const HostRun run = runHost(c.args);
@@ -533,7 +443,7 @@ TEST(Capture, ACaptureOfAKilledProgramOpens) {
     }
     for (const std::string& capture : {hostCapture, plcCapture}) {
         SCOPED_TRACE(capture);
-        const std::vector<Row> rows = decode(capture, {"korvan.exchange", "_ws.col.Info"});
+        const std::vector<Row> rows = decode(capture, {"exchange", "_ws.col.Info"});
         ASSERT_GT(rows.size(), 20u);
         EXPECT_NE(rows.back()[0], "");
     }
