@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 
 #include "base/Communication_Protocol.h"
 
@@ -48,18 +49,12 @@ private:
     std::size_t at_ = 0;
 };
 
+// The driver object rebuilt as loading leaves it, with a port record of block length 100,
+// station 1, two retries, local port 1, writing through to the PLC, and callbacks that ignore
+// what they hear.
 inline void resetDriverForFuzzing(ComInfo* info) {
-    Communication_Protocol& d = PLC_driver;
-    d.readList.clear();
-    d.writeList.clear();
-    d.onceReadList.clear();
-    d.requestQueue.clear();
-    d.stationMap.clear();
-    d.retVar = RW_VAR();
-    d.currentSource = kSourceNone;
-    d.writeBurst = d.onceBurst = d.scanCount = 0;
-    d.commFailed = 0;
-    d.registerCache.clear();
+    PLC_driver.~Communication_Protocol();
+    new (&PLC_driver) Communication_Protocol();
     *info = ComInfo();
     info->maxUnits = 100;
     info->defaultStation = 1;

@@ -13,25 +13,6 @@ enum Op { kAnswered, kDamaged, kSilent, kWrite, kRead, kOnceRead, kRebuild, kSwi
 // in the model) goes unanswered: the driver could never take the reply's length anyway.
 constexpr int kMostUnitsAnswered = 255;
 
-void poll(plcsim::PlcModel& plc, Op op, FuzzInput& in) {
-    Protocol* p = ComCommunication();
-    if (p == nullptr) {
-        return;
-    }
-    QByteArray reply;
-    if (op != kSilent && p->var.count >= 0 && p->var.count <= kMostUnitsAnswered) {
-        const int sent = qBound(0, p->sendLength, p->frame.size());
-        const plcsim::Bytes r =
-            plc.handle(plcsim::Bytes(p->frame.begin(), p->frame.begin() + sent)).bytes;
-        reply = QByteArray(reinterpret_cast<const char*>(r.data()), static_cast<int>(r.size()));
-    }
-    if (op == kDamaged && !reply.isEmpty()) {
-        reply[in.byte() % reply.size()] = static_cast<char>(in.byte());
-        reply.truncate(reply.size() - in.byte() % 3);
-    }
-    DataCom(&reply, reply.size());
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -41,8 +22,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FuzzInput in(data, size);
     for (int step = 0; step < 200 && !in.empty(); ++step) {
         const auto op = static_cast<Op>(in.byte() % (kConfigure + 1));
-        if (op <= kSilent) {
-            poll(plc, op, in);
+        Protocol* p = op <= kSilent ? ComCommunication() : nullptr;
+        if (p != nullptr) {
+            QByteArray reply;
+            if (op != kSilent && p->var.count >= 0 && p->var.count <= kMostUnitsAnswered) {
+                const int sent = qBound(0, p->sendLength, p->frame.size());
+                const plcsim::Bytes r =
+                    plc.handle(plcsim::Bytes(p->frame.begin(), p->frame.begin() + sent)).bytes;
+                reply = QByteArray(reinterpret_cast<const char*>(r.data()), int(r.size()));
+            }
+            if (op == kDamaged && !reply.isEmpty()) {
+                reply[in.byte() % reply.size()] = static_cast<char>(in.byte());
+                reply.truncate(reply.size() - in.byte() % 3);
+            }
+            DataCom(&reply, reply.size());
         } else if (op == kWrite) {
             QByteArray values = in.bytes(in.byte() % 8);
             SetRegisterData(QString(), in.area(), in.text(), in.byte() % 4, &values,
