@@ -70,9 +70,7 @@ protected:
                 ASSERT_TRUE(m->tryLock()) << "a lock is still held";
                 m->unlock();
             }
-            driver.requestQueue.clear();
-            driver.writeList.clear();
-            driver.onceReadList.clear();
+            DriverTest::SetUp();
             driver.readList = {var(14, 500, 1)};
             plc.setWord(1, 0x80, 500, 0x5A5A);
             EXPECT_EQ(poll(), 1);

@@ -114,19 +114,13 @@ public:
     std::string endpoint;
 };
 
-// What a host run printed with --format json: the last scan's row of each variable, and the
-// statistics.
+// What a host run printed with --format json: the last scan's row of each variable (an absent one
+// reads as null, so that its comparison fails), and the statistics.
 struct HostRun {
     int exitCode = -1;
     std::string errors;
     std::map<std::string, J> scan;
     J stats = J::object();
-
-    // A member of a variable's row; an absent one reads as null, so that its comparison fails.
-    J operator()(const std::string& name, const char* key) const {
-        const auto it = scan.find(name);
-        return it == scan.end() ? J() : it->second.value(key, J());
-    }
 };
 
 // Runs the host to its end; the lines naming a port go to that port's run in `ports`.
@@ -276,12 +270,12 @@ TEST(ToolsEndToEnd, ReadsWritesAndCapturesInEitherFamily) {
                     {c.transport.front() == "--pty" ? "--device" : "--tcp", plc.endpoint,
                      "--turnaround", kTurnaround, "--scans", "2", "--format", "json",
                      "--image-dump", dir.path("image.txt"), "--pcap", hostCapture});
-        const HostRun run = runHost(args);
+        HostRun run = runHost(args);
         ASSERT_TRUE(plc.stop());
         ASSERT_EQ(run.exitCode, 0) << run.errors;
         for (const auto& [name, v] : c.values) {
-            EXPECT_EQ(run(name, "values"), v.is_object() ? v["values"] : v) << name;
-            EXPECT_EQ(run(name, "state"), v.is_object() ? v["state"] : "ok") << name;
+            EXPECT_EQ(run.scan[name]["values"], v.is_object() ? v["values"] : v) << name;
+            EXPECT_EQ(run.scan[name]["state"], v.is_object() ? v["state"] : "ok") << name;
         }
         EXPECT_EQ(run.stats.value("writes_done", 0), 3);
         expectImageIn(readMemory(dir.path("image.txt")), readMemory(dir.path("plc.txt")));
@@ -339,16 +333,15 @@ TEST(ToolsEndToEnd, FaultsAreRetriedAbandonedRecoveredAndCaptured) {
     for (const auto& [faults, abandoned, minRetries, maxRetries, filter, shown, first] : cases) {
         SCOPED_TRACE(faults);
         ScratchDir dir;
-        const HostRun run =
-            runHost({"--sim-options", "--fill ramp " + faults, "--turnaround", kTurnaround,
-                     "--retries", "2", "--scans", "3", "--format", "json", "--pcap",
-                     dir.path("host.pcap"), "14:100:2", "14:200:2"});
+        HostRun run = runHost({"--sim-options", "--fill ramp " + faults, "--turnaround",
+                               kTurnaround, "--retries", "2", "--scans", "3", "--format", "json",
+                               "--pcap", dir.path("host.pcap"), "14:100:2", "14:200:2"});
         EXPECT_EQ(run.exitCode, 0) << run.errors;
         EXPECT_EQ(run.stats.value("abandoned", J()), abandoned);
         EXPECT_GE(run.stats.value("retries", -1), minRetries);
         EXPECT_LE(run.stats.value("retries", -1), maxRetries);
-        EXPECT_EQ(run("14:100:2", "values"), J::array({100, 101}));
-        EXPECT_EQ(run("14:200:2", "values"), J::array({200, 201}));
+        EXPECT_EQ(run.scan["14:100:2"]["values"], J::array({100, 101}));
+        EXPECT_EQ(run.scan["14:200:2"]["values"], J::array({200, 201}));
         const std::vector<Row> rows =
             decode(dir.path("host.pcap"), {"kind", "request_in", "_ws.col.Info"}, filter);
         EXPECT_EQ(rows.size(), shown);
@@ -412,16 +405,16 @@ TEST(SeveralPorts, EachPortTalksToItsOwnPlcAndKeepsItsFaults) {
     ASSERT_EQ(ports.size(), std::size_t{kPorts});
     for (int i = 0; i < kPorts; ++i) {
         SCOPED_TRACE("port " + name(i));
-        const HostRun& port = ports[name(i)];
+        HostRun& port = ports[name(i)];
         const bool last = i == kPorts - 1;
-        EXPECT_EQ(port(read(i + 1), "values"), J::array({1000 * (i + 1), 1000 * (i + 1)}));
+        EXPECT_EQ(port.scan[read(i + 1)]["values"], J::array({1000 * (i + 1), 1000 * (i + 1)}));
         EXPECT_EQ(port.stats.value("retries", -1), 0);
         EXPECT_EQ(port.stats.value("writes_done", 0), 1);
         // The unserved station: one read per scan and the write (owner 1) abandoned.
         EXPECT_EQ(port.stats.value("writes_failed", -1), last ? 1 : 0);
         EXPECT_EQ(port.stats.value("abandoned", J()),
                   (last ? J{{"41", 3}, {"42", 1}} : J::object()));
-        EXPECT_EQ(port(read(unserved), "state"), last ? J("failed 41") : J());
+        EXPECT_EQ(port.scan[read(unserved)]["state"], last ? J("failed 41") : J());
         // Its write went to its own PLC alone, and its image is that PLC's memory.
         const Memory plc = readMemory(dir.path(name(i)));
         EXPECT_EQ(plc.count({1, 14, 200}) != 0 ? plc.at({1, 14, 200}) : -1, i + 7);
