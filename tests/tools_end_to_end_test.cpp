@@ -163,7 +163,7 @@ Memory readMemory(const std::string& path) {
 }
 
 // Every word of the driver's image equals the PLC's word, but those of a station nobody serves.
-void expectImageIn(const Memory& image, const Memory& plc, int unserved = 0) {
+void expectImageIn(const Memory& image, const Memory& plc, int unserved) {
     EXPECT_FALSE(image.empty());
     for (const auto& [key, value] : image) {
         const auto it = plc.find(key);
@@ -211,26 +211,34 @@ constexpr char kMemory[] = R"(1 14 100 0x1234
 3 14 0 0x3333
 )";
 
-// Two scans with writes of words, bits and a bit of a word against a simulator holding kMemory,
-// in either frame family, both ends capturing: the values read (the state of each variable "ok"
-// unless given), and the host's image equal to the PLC's memory after the writes; both captures
-// decode to the same exchanges (the writes, then each scan's reads), each reply paired with its
-// request.
-TEST(ToolsEndToEnd, ReadsWritesAndCapturesInEitherFamily) {
-    struct Case {
-        Texts transport;  // the simulator's
-        Texts host;       // options, writes and variables
+// One host run of three ports, as a runtime with several lines has: each port a private copy of
+// the driver on a thread of its own, against a simulator of its own. Port 0 (a pseudo-terminal)
+// and port 1 (TCP, in the remote frame family) write words, bits and a bit of a word to PLCs
+// holding kMemory, both ends capturing; port 2 (TCP) reads a PLC whose words hold 3000 and writes
+// to and reads a station that PLC does not serve, which fails there alone. In two scans: the
+// values read (the state of each variable "ok" unless given), the writes done and the exchanges
+// abandoned, each port's image equal to its own PLC's memory, its write in that PLC alone; and
+// both captures of ports 0 and 1 decode to the same exchanges (the writes, then each scan's
+// reads), each reply paired with its request.
+TEST(ToolsEndToEnd, SeveralPortsReadWriteAndCaptureInEitherFamily) {
+    struct Port {
+        Texts sim;
+        Texts host;  // options, writes and variables
         std::map<std::string, J> values;
-        Texts writes, reads;  // Info of the writes' exchanges, and of one scan's reads
+        int writesDone;
+        J abandoned;
+        Memory::value_type written;  // in this port's PLC alone
+        Texts writes, reads;         // Info of the writes' exchanges, and of one scan's reads
     };
     const J bits = J::array({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0});
     // clang-format off
-    const Case cases[] = {
-        {{"--pty"},
+    const Port ports[] = {
+        {{"--pty", "--memory", "memory.txt"},
          {"--write", "14:200=0x5678,0x9ABC", "--write", "2:40=1", "--write", "29:12.1=1",
           "14:100:2", "2:35:20", "29:10.3", "14:200:2", "29:12.1"},
          {{"14:100:2", {0x1234, 0xABCD}}, {"29:10.3", {1}}, {"14:200:2", {0x5678, 0x9ABC}},
           {"2:35:20", bits}, {"29:12.1", {1}}},  // bits 35, 40 (written) and 48
+         3, J::object(), {{1, 14, 200}, 0x5678},
          // The bit-in-word write keeps the word's other bits.
          {"write words st=1 area 0x80 @200 x2: 0x5678 0x9abc", "reply st=1 write acknowledged",
           "write bits st=1 area 0x03 @40 x1: 1", "reply st=1 write acknowledged",
@@ -240,12 +248,13 @@ TEST(ToolsEndToEnd, ReadsWritesAndCapturesInEitherFamily) {
           "read words st=1 area 0x80 @10 x3", "reply st=1 6 bytes: 0x0008 0x0000 0x0f02",
           "read words st=1 area 0x80 @100 x2", "reply st=1 4 bytes: 0x1234 0xabcd",
           "read words st=1 area 0x80 @200 x2", "reply st=1 4 bytes: 0x5678 0x9abc"}},
-        {{"--tcp", "127.0.0.1:0"},
+        {{"--tcp", "127.0.0.1:0", "--memory", "memory.txt"},
          {"--remote-mode", "--per-var-station", "--off", "3", "--write", "14:5@1=0xBEEF",
           "--write", "1:1@2=1", "--write", "29:20.15@2=1", "14:0@1", "14:0@2", "14:0@3", "14:5@1",
           "1:0:3@2", "29:20.15@2"},
          {{"14:0@2", {0x2222}}, {"14:5@1", {0xBEEF}}, {"1:0:3@2", {1, 1, 1}}, {"29:20.15@2", {1}},
           {"14:0@3", {{"values", {0}}, {"state", "off"}}}},  // never asked: the PLC holds 0x3333
+         3, J::object(), {{1, 14, 5}, 0xBEEF},
          {"remote write st=1 area 14 @5 x1: 0xbeef", "reply st=1 write acknowledged",
           "remote write st=2 area 1 @1 x1: 1", "reply st=2 write acknowledged",
           "remote write st=2 area 29 @20.15 x1: 1", "reply st=2 write acknowledged"},
@@ -254,36 +263,68 @@ TEST(ToolsEndToEnd, ReadsWritesAndCapturesInEitherFamily) {
           "remote read st=2 area 1 @0 x1", "reply st=2 2 bytes: 1110000000000000",
           "remote read st=2 area 14 @0 x21",
           "reply st=2 42 bytes: 0x2222 0x0000 0x0000 0x0000 0x0000 0x0000 0x0000 0x0000 ..."}},
+        {{"--tcp", "127.0.0.1:0", "--fill", "3000"},
+         {"--per-var-station", "--retries", "0", "--write", "14:9@1=0x0909", "--write", "14:7@4=5",
+          "14:100:2@1", "14:100:2@4"},
+         {{"14:100:2@1", {3000, 3000}}, {"14:100:2@4", {{"values", {0, 0}}, {"state", "failed 41"}}}},
+         1, {{"41", 2}, {"42", 1}}, {{1, 14, 9}, 0x0909}, {}, {}},  // a read per scan, the write
     };
     // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.transport.front());
-        ScratchDir dir;
-        std::ofstream(dir.path("memory.txt")) << kMemory;
-        const std::string hostCapture = dir.path("host.pcap");
-        Texts sim = c.transport;
-        sim.insert(sim.end(), {"--stations", "1,2,3", "--memory", dir.path("memory.txt"), "--dump",
-                               dir.path("plc.txt"), "--pcap", dir.path("plc.pcap")});
-        Simulator plc(sim);
-        Texts args = c.host;
-        args.insert(args.begin(),
-                    {c.transport.front() == "--pty" ? "--device" : "--tcp", plc.endpoint,
-                     "--turnaround", kTurnaround, "--scans", "2", "--format", "json",
-                     "--image-dump", dir.path("image.txt"), "--pcap", hostCapture});
-        HostRun run = runHost(args);
-        ASSERT_TRUE(plc.stop());
-        ASSERT_EQ(run.exitCode, 0) << run.errors;
-        for (const auto& [name, v] : c.values) {
-            EXPECT_EQ(run.scan[name]["values"], v.is_object() ? v["values"] : v) << name;
-            EXPECT_EQ(run.scan[name]["state"], v.is_object() ? v["state"] : "ok") << name;
+    ScratchDir dir;
+    std::ofstream(dir.path("memory.txt")) << kMemory;
+    std::vector<std::unique_ptr<Simulator>> plcs;
+    Texts args{"--turnaround", kTurnaround,
+               "--scans",      "2",
+               "--format",     "json",
+               "--image-dump", dir.path("image.txt"),
+               "--pcap",       dir.path("host.pcap")};
+    for (const Port& port : ports) {
+        const std::string n = std::to_string(plcs.size());
+        Texts sim = port.sim;
+        sim.insert(sim.end(), {"--stations", "1,2,3", "--dump", dir.path("plc" + n + ".txt"),
+                               "--pcap", dir.path("plc-" + n + ".pcap")});
+        for (std::string& word : sim) {
+            word = word == "memory.txt" ? dir.path(word) : word;
         }
-        EXPECT_EQ(run.stats.value("writes_done", 0), 3);
-        expectImageIn(readMemory(dir.path("image.txt")), readMemory(dir.path("plc.txt")));
+        plcs.push_back(std::make_unique<Simulator>(sim));
+        args.insert(args.end(),
+                    {"--port", n, sim[0] == "--pty" ? "--device" : "--tcp", plcs.back()->endpoint});
+        args.insert(args.end(), port.host.begin(), port.host.end());
+    }
+    std::map<std::string, HostRun> runs;
+    const HostRun run = runHost(args, &runs);
+    for (const auto& plc : plcs) {
+        ASSERT_TRUE(plc->stop());
+    }
+    // One port's failing station does not fail the run: every port did its scans.
+    ASSERT_EQ(run.exitCode, 0) << run.errors;
+    for (std::size_t i = 0; i < std::size(ports); ++i) {
+        const Port& port = ports[i];
+        const std::string n = std::to_string(i);
+        SCOPED_TRACE("port " + n);
+        HostRun& r = runs[n];
+        for (const auto& [name, v] : port.values) {
+            EXPECT_EQ(r.scan[name]["values"], v.is_object() ? v["values"] : v) << name;
+            EXPECT_EQ(r.scan[name]["state"], v.is_object() ? v["state"] : "ok") << name;
+        }
+        EXPECT_EQ(r.stats.value("writes_done", -1), port.writesDone);
+        EXPECT_EQ(r.stats.value("abandoned", J()), port.abandoned);
+        EXPECT_EQ(r.stats.value("retries", -1), 0);
+        const Memory memory = readMemory(dir.path("plc" + n + ".txt"));
+        expectImageIn(readMemory(dir.path("image-" + n + ".txt")), memory, 4);
+        for (const Port& other : ports) {
+            const auto it = memory.find(other.written.first);
+            EXPECT_EQ(it != memory.end() && it->second == other.written.second, &other == &port);
+        }
 
-        Texts info = c.writes;
-        info.insert(info.end(), c.reads.begin(), c.reads.end());
-        info.insert(info.end(), c.reads.begin(), c.reads.end());
-        for (const std::string& capture : {hostCapture, dir.path("plc.pcap")}) {
+        Texts info = port.writes;
+        info.insert(info.end(), port.reads.begin(), port.reads.end());
+        info.insert(info.end(), port.reads.begin(), port.reads.end());
+        const std::string hostCapture = dir.path("host-" + n + ".pcap");
+        for (const std::string& capture : {hostCapture, dir.path("plc-" + n + ".pcap")}) {
+            if (info.empty()) {
+                break;
+            }
             SCOPED_TRACE(capture);
             const std::vector<Row> rows =
                 decode(capture, {"kind", "direction", "request_in", "reply_in", "crc.status",
@@ -291,16 +332,16 @@ TEST(ToolsEndToEnd, ReadsWritesAndCapturesInEitherFamily) {
             ASSERT_EQ(rows.size(), info.size());
             // Requests and replies alternate, each reply paired with the frame before it; the
             // host sends requests and receives replies, the PLC the other way round.
-            for (std::size_t i = 0; i < rows.size(); ++i) {
-                SCOPED_TRACE("frame " + std::to_string(i + 1));
-                const bool request = i % 2 == 0;
-                EXPECT_EQ(rows[i][7], info[i]);
-                EXPECT_EQ(rows[i][0], request ? "0" : "1");
-                EXPECT_EQ(rows[i][1], request == (capture == hostCapture) ? "0" : "1");
-                EXPECT_EQ(rows[i][request ? 3 : 2], std::to_string(request ? i + 2 : i));
-                EXPECT_EQ(rows[i][request ? 2 : 3], "");
-                EXPECT_EQ(rows[i][4] + rows[i][5], "good");  // a CRC, or a remote request's sum
-                EXPECT_EQ(rows[i][6].empty(), request);      // a reply's time since its request
+            for (std::size_t f = 0; f < rows.size(); ++f) {
+                SCOPED_TRACE("frame " + std::to_string(f + 1));
+                const bool request = f % 2 == 0;
+                EXPECT_EQ(rows[f][7], info[f]);
+                EXPECT_EQ(rows[f][0], request ? "0" : "1");
+                EXPECT_EQ(rows[f][1], request == (capture == hostCapture) ? "0" : "1");
+                EXPECT_EQ(rows[f][request ? 3 : 2], std::to_string(request ? f + 2 : f));
+                EXPECT_EQ(rows[f][request ? 2 : 3], "");
+                EXPECT_EQ(rows[f][4] + rows[f][5], "good");  // a CRC, or a remote request's sum
+                EXPECT_EQ(rows[f][6].empty(), request);      // a reply's time since its request
             }
         }
     }
@@ -366,59 +407,6 @@ TEST(ToolsEndToEnd, ExitStatusAndMessageOfEachError) {
         const HostRun run = runHost(args);
         EXPECT_EQ(run.exitCode, exitCode);
         EXPECT_NE(run.errors.find(message), std::string::npos) << run.errors;
-    }
-}
-
-// Four ports, as a runtime with several lines has: each a private copy of the driver on a thread
-// of its own, against a simulator of its own (pseudo-terminals and TCP alike). Port i's PLC
-// serves stations 1 and i + 1 with words 1000 * (i + 1); every port writes word 200 of station 1,
-// each its own value, and reads its own station; the last port also reads and writes a station
-// its PLC does not serve, which fails there alone.
-TEST(SeveralPorts, EachPortTalksToItsOwnPlcAndKeepsItsFaults) {
-    constexpr int kPorts = 4;
-    ScratchDir dir;
-    std::vector<std::unique_ptr<Simulator>> plcs;
-    Texts args{"--format",     "json",      "--scans",      "3",
-               "--turnaround", kTurnaround, "--image-dump", dir.path("image.txt")};
-    const auto name = [](int i) { return "p" + std::to_string(i); };
-    const auto read = [](int station) { return "14:100:2@" + std::to_string(station); };
-    for (int i = 0; i < kPorts; ++i) {
-        const bool tcp = i % 2 != 0;
-        Texts sim = tcp ? Texts{"--tcp", "127.0.0.1:0"} : Texts{"--pty"};
-        sim.insert(sim.end(), {"--stations", "1," + std::to_string(i + 1), "--fill",
-                               std::to_string(1000 * (i + 1)), "--dump", dir.path(name(i))});
-        plcs.push_back(std::make_unique<Simulator>(sim));
-        args.insert(args.end(), {"--port", name(i), tcp ? "--tcp" : "--device",
-                                 plcs.back()->endpoint, "--per-var-station", "--retries", "0",
-                                 "--write", "14:200@1=" + std::to_string(i + 7), read(i + 1)});
-    }
-    const int unserved = kPorts + 1;
-    args.insert(args.end(), {"--write", "14:7@" + std::to_string(unserved) + "=5", read(unserved)});
-    std::map<std::string, HostRun> ports;
-    const HostRun run = runHost(args, &ports);
-    for (const auto& plc : plcs) {
-        ASSERT_TRUE(plc->stop());
-    }
-
-    // One port's failing station does not fail the run: every port did its scans.
-    EXPECT_EQ(run.exitCode, 0) << run.errors;
-    ASSERT_EQ(ports.size(), std::size_t{kPorts});
-    for (int i = 0; i < kPorts; ++i) {
-        SCOPED_TRACE("port " + name(i));
-        HostRun& port = ports[name(i)];
-        const bool last = i == kPorts - 1;
-        EXPECT_EQ(port.scan[read(i + 1)]["values"], J::array({1000 * (i + 1), 1000 * (i + 1)}));
-        EXPECT_EQ(port.stats.value("retries", -1), 0);
-        EXPECT_EQ(port.stats.value("writes_done", 0), 1);
-        // The unserved station: one read per scan and the write (owner 1) abandoned.
-        EXPECT_EQ(port.stats.value("writes_failed", -1), last ? 1 : 0);
-        EXPECT_EQ(port.stats.value("abandoned", J()),
-                  (last ? J{{"41", 3}, {"42", 1}} : J::object()));
-        EXPECT_EQ(port.scan[read(unserved)]["state"], last ? J("failed 41") : J());
-        // Its write went to its own PLC alone, and its image is that PLC's memory.
-        const Memory plc = readMemory(dir.path(name(i)));
-        EXPECT_EQ(plc.count({1, 14, 200}) != 0 ? plc.at({1, 14, 200}) : -1, i + 7);
-        expectImageIn(readMemory(dir.path("image-" + name(i) + ".txt")), plc, unserved);
     }
 }
 
