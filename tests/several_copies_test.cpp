@@ -8,7 +8,6 @@
 #include <atomic>
 #include <filesystem>
 #include <memory>
-#include <sstream>
 #include <thread>
 
 #include "loaded_driver.h"
@@ -92,21 +91,6 @@ private:
     void* handle_ = nullptr;
 };
 
-// What a copy remembers, as text, so that a difference shows where it is.
-std::string stateOf(const Library& copy) {
-    const Communication_Protocol& d = *copy.driver;
-    std::ostringstream out;
-    out << d.comInfo << " source " << d.currentSource << " bursts " << d.writeBurst << '/'
-        << d.onceBurst << " scans " << d.scanCount << " failed " << int(d.commFailed) << " result "
-        << d.retVar.ownerId << '/' << d.retVar.result << " lists " << d.readList.size() << '/'
-        << d.writeList.size() << '/' << d.onceReadList.size() << '/' << d.requestQueue.size()
-        << " off " << d.stationMap.size() << " image" << std::hex;
-    for (auto it = d.registerCache.constBegin(); it != d.registerCache.constEnd(); ++it) {
-        out << ' ' << it.key() << '=' << it.value();
-    }
-    return out.str();
-}
-
 // Port `port` as a runtime sets it up: a block length of 100, a cyclic read of words 0..3, a
 // write of word 100, a once-read of word 200, station 10 + port switched off. Polled six rounds
 // (the write, the once-read, cyclic reads), its write lands in its own PLC, it reads that PLC's
@@ -135,15 +119,18 @@ void runPort(Library& lib, int port) {
 
 // Copies of ports 1..3 each run as their port, then the library itself is loaded, run as port 0
 // and unloaded a hundred times beside them: each load starts from nothing the last one left, and
-// each copy's state stays exactly as it was.
+// the copies' images stay as they were. Unloading really releases the library, as nothing else in
+// this process holds it. Qt is loaded once per process, whatever copies use it: its message
+// handler, for one, is the process's, so that installing one copy's log handler replaces
+// another's.
 TEST(SeveralCopies, EachPortsCopyKeepsItsOwnStateAcrossAHundredLoads) {
     std::vector<std::unique_ptr<Library>> copies;
-    std::vector<std::string> states;
+    std::vector<QHash<quint64, quint16>> images;
     for (int port = 1; port < kPorts; ++port) {
         copies.push_back(std::make_unique<Library>(true));
         ASSERT_NE(copies.back()->driver, nullptr);
         runPort(*copies.back(), port);
-        states.push_back(stateOf(*copies.back()));
+        images.push_back(copies.back()->driver->registerCache);
     }
     for (int cycle = 0; cycle < 100; ++cycle) {
         SCOPED_TRACE("cycle " + std::to_string(cycle));
@@ -154,25 +141,15 @@ TEST(SeveralCopies, EachPortsCopyKeepsItsOwnStateAcrossAHundredLoads) {
         runPort(lib, 0);
         for (int i = 0; i < kPorts - 1; ++i) {
             ASSERT_NE(copies[i]->driver, lib.driver);
-            EXPECT_EQ(stateOf(*copies[i]), states[i]) << "port " << i + 1;
+            EXPECT_TRUE(copies[i]->driver->registerCache == images[i]) << "port " << i + 1;
         }
         lib.SetComInfo(nullptr);
     }
-}
-
-// Unloading really releases the library: nothing else in this process holds it.
-TEST(LoadUnload, UnloadingReleasesTheLibrary) {
-    { Library lib(false); }
     EXPECT_EQ(dlopen(KORVAN_LIBRARY_PATH, RTLD_NOW | RTLD_NOLOAD), nullptr);
-}
 
-// Qt is loaded once per process, whatever copies use it: its message handler, for one, is the
-// process's. Installing one copy's log handler replaces another's.
-TEST(SeveralCopies, ShareTheOneQtOfTheProcess) {
-    Library first(true), second(true);
-    ASSERT_NE(first.customMessageHandler, second.customMessageHandler);
-    const QtMsgHandler original = qInstallMsgHandler(first.customMessageHandler);
-    EXPECT_EQ(qInstallMsgHandler(second.customMessageHandler), first.customMessageHandler);
+    ASSERT_NE(copies[0]->customMessageHandler, copies[1]->customMessageHandler);
+    const QtMsgHandler original = qInstallMsgHandler(copies[0]->customMessageHandler);
+    EXPECT_EQ(qInstallMsgHandler(copies[1]->customMessageHandler), copies[0]->customMessageHandler);
     qInstallMsgHandler(original);
 }
 
