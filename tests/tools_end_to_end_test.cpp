@@ -192,7 +192,7 @@ constexpr char kMemory[] = R"(1 14 100 0x1234
 // holding kMemory, both ends capturing; port 2 (TCP) reads a PLC whose words hold 3000 and writes
 // to and reads a station that PLC does not serve, which fails there alone. In two scans: the
 // values read (the state of each variable "ok" unless given), the writes done and the exchanges
-// abandoned, each port's image equal to its own PLC's memory, its write in that PLC alone; and
+// abandoned, and each port's image equal to its own PLC's memory; and
 // both captures of ports 0 and 1 decode to the same exchanges (the writes, then each scan's
 // reads), each reply paired with its request.
 TEST(ToolsEndToEnd, SeveralPortsReadWriteAndCaptureInEitherFamily) {
@@ -202,8 +202,7 @@ TEST(ToolsEndToEnd, SeveralPortsReadWriteAndCaptureInEitherFamily) {
         std::map<std::string, J> values;
         int writesDone;
         J abandoned;
-        Memory::value_type written;  // in this port's PLC alone
-        Texts writes, reads;         // Info of the writes' exchanges, and of one scan's reads
+        Texts writes, reads;  // Info of the writes' exchanges, and of one scan's reads
     };
     const J bits = J::array({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0});
     // clang-format off
@@ -213,7 +212,7 @@ TEST(ToolsEndToEnd, SeveralPortsReadWriteAndCaptureInEitherFamily) {
           "14:100:2", "2:35:20", "29:10.3", "14:200:2", "29:12.1"},
          {{"14:100:2", {0x1234, 0xABCD}}, {"29:10.3", {1}}, {"14:200:2", {0x5678, 0x9ABC}},
           {"2:35:20", bits}, {"29:12.1", {1}}},  // bits 35, 40 (written) and 48
-         3, J::object(), {{1, 14, 200}, 0x5678},
+         3, J::object(),
          // The bit-in-word write keeps the word's other bits.
          {"write words st=1 area 0x80 @200 x2: 0x5678 0x9abc", "reply st=1 write acknowledged",
           "write bits st=1 area 0x03 @40 x1: 1", "reply st=1 write acknowledged",
@@ -229,7 +228,7 @@ TEST(ToolsEndToEnd, SeveralPortsReadWriteAndCaptureInEitherFamily) {
           "1:0:3@2", "29:20.15@2"},
          {{"14:0@2", {0x2222}}, {"14:5@1", {0xBEEF}}, {"1:0:3@2", {1, 1, 1}}, {"29:20.15@2", {1}},
           {"14:0@3", {{"values", {0}}, {"state", "off"}}}},  // never asked: the PLC holds 0x3333
-         3, J::object(), {{1, 14, 5}, 0xBEEF},
+         3, J::object(),
          {"remote write st=1 area 14 @5 x1: 0xbeef", "reply st=1 write acknowledged",
           "remote write st=2 area 1 @1 x1: 1", "reply st=2 write acknowledged",
           "remote write st=2 area 29 @20.15 x1: 1", "reply st=2 write acknowledged"},
@@ -242,7 +241,7 @@ TEST(ToolsEndToEnd, SeveralPortsReadWriteAndCaptureInEitherFamily) {
          {"--per-var-station", "--retries", "0", "--write", "14:9@1=0x0909", "--write", "14:7@4=5",
           "14:100:2@1", "14:100:2@4"},
          {{"14:100:2@1", {3000, 3000}}, {"14:100:2@4", {{"values", {0, 0}}, {"state", "failed 41"}}}},
-         1, {{"41", 2}, {"42", 1}}, {{1, 14, 9}, 0x0909}, {}, {}},  // a read per scan, the write
+         1, {{"41", 2}, {"42", 1}}, {}, {}},  // a read per scan, the write
     };
     // clang-format on
     ScratchDir dir;
@@ -294,19 +293,14 @@ TEST(ToolsEndToEnd, SeveralPortsReadWriteAndCaptureInEitherFamily) {
             EXPECT_TRUE(std::get<0>(key) == 4 || (it != memory.end() && it->second == value))
                 << "station " << std::get<0>(key) << " word " << std::get<2>(key);
         }
-        for (const Port& other : ports) {
-            const auto it = memory.find(other.written.first);
-            EXPECT_EQ(it != memory.end() && it->second == other.written.second, &other == &port);
+        if (port.writes.empty()) {
+            continue;
         }
-
         Texts info = port.writes;
         info.insert(info.end(), port.reads.begin(), port.reads.end());
         info.insert(info.end(), port.reads.begin(), port.reads.end());
         const std::string hostCapture = dir.path("host-" + n + ".pcap");
         for (const std::string& capture : {hostCapture, dir.path("plc-" + n + ".pcap")}) {
-            if (info.empty()) {
-                break;
-            }
             SCOPED_TRACE(capture);
             const std::vector<Row> rows =
                 decode(capture, {"kind", "direction", "request_in", "reply_in", "crc.status",
@@ -315,15 +309,15 @@ TEST(ToolsEndToEnd, SeveralPortsReadWriteAndCaptureInEitherFamily) {
             // Requests and replies alternate, each reply paired with the frame before it; the
             // host sends requests and receives replies, the PLC the other way round.
             for (std::size_t f = 0; f < rows.size(); ++f) {
-                SCOPED_TRACE("frame " + std::to_string(f + 1));
                 const bool request = f % 2 == 0;
                 EXPECT_EQ(rows[f][7], info[f]);
-                EXPECT_EQ(rows[f][0], request ? "0" : "1");
-                EXPECT_EQ(rows[f][1], request == (capture == hostCapture) ? "0" : "1");
-                EXPECT_EQ(rows[f][request ? 3 : 2], std::to_string(request ? f + 2 : f));
-                EXPECT_EQ(rows[f][request ? 2 : 3], "");
-                EXPECT_EQ(rows[f][4] + rows[f][5], "good");  // a CRC, or a remote request's sum
-                EXPECT_EQ(rows[f][6].empty(), request);      // a reply's time since its request
+                EXPECT_EQ(rows[f][0], request ? "0" : "1") << info[f];
+                EXPECT_EQ(rows[f][1], request == (capture == hostCapture) ? "0" : "1") << info[f];
+                EXPECT_EQ(rows[f][2] + "/" + rows[f][3],
+                          request ? "/" + std::to_string(f + 2) : std::to_string(f) + "/");
+                EXPECT_EQ(rows[f][4] + rows[f][5], "good") << info[f];  // a CRC, or a remote sum
+                EXPECT_EQ(rows[f][6].empty(), request)
+                    << info[f];  // a reply's time since its request
             }
         }
     }
