@@ -17,31 +17,6 @@ bool definedResult(int code) {
     return defined;
 }
 
-RW_VAR requestFor(Kind kind, FuzzInput& in) {
-    RW_VAR v;
-    v.ownerId = in.byte() % 14 - 1;
-    v.itemId = in.byte();
-    v.port = kind >= kRemoteRead ? 2 : 1;
-    v.station = in.byte() % 4;
-    v.address = in.int16();
-    v.count = in.count();
-    if (kind == kWordRead || kind == kRemoteRead) {
-        v.area = 14 + in.byte() % 15;
-    } else if (kind == kBitRead) {
-        v.area = in.byte() % 14;
-    } else if (kind == kBitWordRead || kind == kBitWordWrite) {
-        v.direction = 1;
-        v.area = 29;
-        v.count = 1;
-        v.data = in.bytes(1);
-    } else {
-        v.direction = 1;
-        v.area = in.area();
-        v.data = in.bytes(in.byte() % 64);
-    }
-    return v;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -51,7 +26,27 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto kind = static_cast<Kind>(in.byte() % 7);
     info.remoteMode = kind >= kRemoteRead ? 1 : 0;
     info.retryLimit = in.byte() % 4;
-    const RW_VAR request = requestFor(kind, in);
+    RW_VAR request;
+    request.ownerId = in.byte() % 14 - 1;
+    request.itemId = in.byte();
+    request.port = kind >= kRemoteRead ? 2 : 1;
+    request.station = in.byte() % 4;
+    request.address = in.int16();
+    request.count = in.count();
+    if (kind == kWordRead || kind == kRemoteRead) {
+        request.area = 14 + in.byte() % 15;
+    } else if (kind == kBitRead) {
+        request.area = in.byte() % 14;
+    } else if (kind == kBitWordRead || kind == kBitWordWrite) {
+        request.direction = 1;
+        request.area = 29;
+        request.count = 1;
+        request.data = in.bytes(1);
+    } else {
+        request.direction = 1;
+        request.area = in.area();
+        request.data = in.bytes(in.byte() % 64);
+    }
     (request.direction != 0 ? PLC_driver.writeList : PLC_driver.onceReadList).append(request);
 
     // The second frame of a bit-in-word write: the PLC's correct answer to its word read first.

@@ -5,8 +5,6 @@
 //
 // malloc, calloc and realloc are replaced in this program; operator new, Qt and the loaded library
 // all allocate through them. It is built only without sanitizers, which replace them too.
-#include <gtest/gtest.h>
-
 #include <functional>
 #include <new>
 

@@ -185,8 +185,7 @@ TEST(ConcurrencyOfCopies, PollingAndHostThreadsOfEveryCopy) {
         // Host values carry the port in their top bits, like the PLCs' fills.
         threads.emplace_back([&copy, &stop, &texts, port] {
             for (int turn = 0; !stop.load(); ++turn) {
-                QByteArray value(1, static_cast<char>(turn));
-                value.append(static_cast<char>((port + 1) << 4 | 8));
+                QByteArray value(2, static_cast<char>((port + 1) << 4 | (turn & 15)));
                 copy.SetRegisterData(QString(), 14, texts[turn % kWords], port + 1, &value, 1, 1,
                                      turn);
                 RW_VAR once = hostVar(14, "", 2, port + 1);
