@@ -32,6 +32,7 @@ public:
             path = copy;
         }
         handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+        EXPECT_NE(handle_, nullptr) << dlerror();
         if (privateCopy) {
             std::filesystem::remove_all(folder);
         }
@@ -170,13 +171,15 @@ TEST(ConcurrencyOfCopies, PollingAndHostThreadsOfEveryCopy) {
         texts.push_back(QString::number(a));
     }
     std::vector<std::unique_ptr<Library>> copies;
+    for (int port = 0; port < kPorts; ++port) {
+        copies.push_back(std::make_unique<Library>(true));
+        ASSERT_NE(copies.back()->driver, nullptr);
+        copies.back()->configure(port, 8, kWords, texts[0]);
+    }
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
     for (int port = 0; port < kPorts; ++port) {
-        copies.push_back(std::make_unique<Library>(true));
-        Library& copy = *copies.back();
-        ASSERT_NE(copy.driver, nullptr);
-        copy.configure(port, 8, kWords, texts[0]);
+        Library& copy = *copies[port];
         threads.emplace_back([&copy, &stop] {
             while (!stop.load()) {
                 copy.poll();
