@@ -6,8 +6,7 @@
 #include "fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static ComInfo info;
-    resetDriverForFuzzing(&info);
+    ComInfo& info = resetDriverForFuzzing();
     FuzzInput in(data, size);
     info.perVarStation = in.byte() % 2;
     info.writeMode = in.byte() % 3;
@@ -20,7 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const bool valid = PLCAddressChangeIntef(area, text) >= 0;
     SetRegisterData(QString(), area, text, station, &values, count, 1, 2);
-    QByteArray out("stale");
+    const QByteArray stale("stale");
+    QByteArray out = stale;
     if (GetRegisterData(QString(), area, text, station, &out, count) != (valid ? 1 : 0)) {
         abort();
     }
@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // more than a byte array holds, or when the buffer cannot be allocated.
     const bool bitForm = valid && ((area >= 0 && area <= 13) || area == 29);
     const qint64 units = static_cast<qint64>(count) * (bitForm ? 1 : 2);
-    const qint64 expected = count < 0 ? 5 : units > INT_MAX - 64 ? 0 : units;
+    const qint64 expected = count < 0 ? stale.size() : units > INT_MAX - 64 ? 0 : units;
     if (!out.isEmpty() && out.size() != expected) {
         abort();
     }

@@ -51,19 +51,21 @@ private:
 
 // The driver object rebuilt as loading leaves it, with a port record of block length 100,
 // station 1, two retries, local port 1, writing through to the PLC, and callbacks that ignore
-// what they hear.
-inline void resetDriverForFuzzing(ComInfo* info) {
+// what they hear. The port record is returned for the input to change.
+inline ComInfo& resetDriverForFuzzing() {
+    static ComInfo info;
     PLC_driver.~Communication_Protocol();
     new (&PLC_driver) Communication_Protocol();
-    *info = ComInfo();
-    info->maxUnits = 100;
-    info->defaultStation = 1;
-    info->retryLimit = 2;
-    info->portId = 1;
-    info->writeMode = 2;
-    SetComInfo(info);
+    info = ComInfo();
+    info.maxUnits = 100;
+    info.defaultStation = 1;
+    info.retryLimit = 2;
+    info.portId = 1;
+    info.writeMode = 2;
+    SetComInfo(&info);
     RegistCallBackFuncIntf([](int, int, int, int) { return 0; },
                            [](QList<RW_VAR>*, int, int) { return 0; });
+    return info;
 }
 
 #endif

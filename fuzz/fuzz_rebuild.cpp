@@ -5,8 +5,7 @@
 #include "fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static ComInfo info;
-    resetDriverForFuzzing(&info);
+    ComInfo& info = resetDriverForFuzzing();
     FuzzInput in(data, size);
     info.maxUnits = static_cast<std::int8_t>(in.byte());
     info.perVarStation = in.byte() % 2;

@@ -20,8 +20,7 @@ bool definedResult(int code) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static ComInfo info;
-    resetDriverForFuzzing(&info);
+    ComInfo& info = resetDriverForFuzzing();
     FuzzInput in(data, size);
     const auto kind = static_cast<Kind>(in.byte() % 7);
     info.remoteMode = kind >= kRemoteRead ? 1 : 0;

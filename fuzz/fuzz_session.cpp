@@ -16,8 +16,7 @@ constexpr int kMostUnitsAnswered = 255;
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static ComInfo info;
-    resetDriverForFuzzing(&info);
+    ComInfo& info = resetDriverForFuzzing();
     plcsim::PlcModel plc({1, 2});
     FuzzInput in(data, size);
     for (int step = 0; step < 200 && !in.empty(); ++step) {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <thread>
 
+#include "base/mutex_lock.h"  // KORVAN_TSAN under ThreadSanitizer
 #include "loaded_driver.h"
 
 namespace {

@@ -10,6 +10,7 @@
 #include <memory>
 #include <thread>
 
+#include "base/mutex_lock.h"  // KORVAN_TSAN under ThreadSanitizer
 #include "loaded_driver.h"
 
 namespace {
