@@ -5,30 +5,8 @@
 
 #include "fuzz_input.h"
 
-namespace {
-
-bool bitForm(int area) {
-    return (area >= 0 && area <= 13) || area == 29;
-}
-
-// The buffer size a host read promises: the length it had for a negative count, empty for no
-// units or more than a byte array holds.
-qint64 expectedSize(bool valid, int area, int count, qint64 before) {
-    if (count < 0) {
-        return before;
-    }
-    if (count == 0) {
-        return 0;
-    }
-    const qint64 size = static_cast<qint64>(count) * (valid && bitForm(area) ? 1 : 2);
-    return size > INT_MAX - 64 ? 0 : size;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static ComInfo info;
-    resetDriverForFuzzing(&info);
+    ComInfo& info = resetDriverForFuzzing();
     FuzzInput in(data, size);
     info.perVarStation = in.byte() % 2;
     info.writeMode = in.byte() % 3;
@@ -41,14 +19,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const bool valid = PLCAddressChangeIntef(area, text) >= 0;
     SetRegisterData(QString(), area, text, station, &values, count, 1, 2);
-    QByteArray out("stale");
-    const qint64 before = out.size();
-    const int result = GetRegisterData(QString(), area, text, station, &out, count);
-    if (result != (valid ? 1 : 0)) {
+    const QByteArray stale("stale");
+    QByteArray out = stale;
+    if (GetRegisterData(QString(), area, text, station, &out, count) != (valid ? 1 : 0)) {
         abort();
     }
-    // A buffer that cannot be allocated comes back empty; otherwise it has the promised size.
-    if (!out.isEmpty() && out.size() != expectedSize(valid, area, count, before)) {
+    // The size a host read promises: the buffer as it was for a negative count; a byte a unit
+    // for a valid address of a bit form (areas 0..13 and 29), else two; empty for no units or
+    // more than a byte array holds, or when the buffer cannot be allocated.
+    const bool bitForm = valid && ((area >= 0 && area <= 13) || area == 29);
+    const qint64 units = static_cast<qint64>(count) * (bitForm ? 1 : 2);
+    const qint64 expected = count < 0 ? stale.size() : units > INT_MAX - 64 ? 0 : units;
+    if (!out.isEmpty() && out.size() != expected) {
         abort();
     }
     return 0;

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 
 #include "base/Communication_Protocol.h"
 
@@ -14,46 +15,32 @@ public:
     FuzzInput(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
 
     bool empty() const { return at_ >= size_; }
-
     std::uint8_t byte() { return at_ < size_ ? data_[at_++] : 0; }
-
     int int16() { return static_cast<std::int16_t>(byte() | byte() << 8); }
 
     // Counts as a host may pass them: mostly small, sometimes zero, negative or extreme. Extreme
     // values stay within what a test can run in a moment.
     int count() {
-        switch (byte() % 8) {
-            case 0:
-                return 0;
-            case 1:
-                return -1 - byte();
-            case 2:
-                return INT_MAX;
-            case 3:
-                return INT_MIN;
-            case 4:
-                return int16() & 0xFFFF;
-            default:
-                return byte() % 40;
-        }
+        const int kind = byte() % 8;
+        return kind == 0   ? 0
+               : kind == 1 ? -1 - byte()
+               : kind == 2 ? INT_MAX
+               : kind == 3 ? INT_MIN
+               : kind == 4 ? int16() & 0xFFFF
+                           : byte() % 40;
     }
-
     // Areas 0..29 most of the time, and the odd value outside.
     int area() {
         const std::uint8_t b = byte();
         return b < 240 ? b % 30 : static_cast<std::int8_t>(b) * 7;
     }
-
     QByteArray bytes(std::size_t length) {
         const std::size_t n = length < size_ - at_ ? length : size_ - at_;
-        QByteArray out(reinterpret_cast<const char*>(data_ + at_), static_cast<int>(n));
         at_ += n;
-        return out;
+        return QByteArray(reinterpret_cast<const char*>(data_ + at_ - n), static_cast<int>(n));
     }
-
     // A text of up to 15 bytes, Latin-1.
     QString text() { return QString::fromLatin1(bytes(byte() % 16)); }
-
     QByteArray rest() { return bytes(size_ - at_); }
 
 private:
@@ -62,29 +49,23 @@ private:
     std::size_t at_ = 0;
 };
 
-inline void resetDriverForFuzzing(ComInfo* info) {
-    Communication_Protocol& d = PLC_driver;
-    d.readList.clear();
-    d.writeList.clear();
-    d.onceReadList.clear();
-    d.requestQueue.clear();
-    d.stationMap.clear();
-    d.retVar = RW_VAR();
-    d.currentSource = kSourceNone;
-    d.writeBurst = 0;
-    d.onceBurst = 0;
-    d.scanCount = 0;
-    d.commFailed = 0;
-    d.registerCache.clear();
-    *info = ComInfo();
-    info->maxUnits = 100;
-    info->defaultStation = 1;
-    info->retryLimit = 2;
-    info->portId = 1;
-    info->writeMode = 2;
-    SetComInfo(info);
+// The driver object rebuilt as loading leaves it, with a port record of block length 100,
+// station 1, two retries, local port 1, writing through to the PLC, and callbacks that ignore
+// what they hear. The port record is returned for the input to change.
+inline ComInfo& resetDriverForFuzzing() {
+    static ComInfo info;
+    PLC_driver.~Communication_Protocol();
+    new (&PLC_driver) Communication_Protocol();
+    info = ComInfo();
+    info.maxUnits = 100;
+    info.defaultStation = 1;
+    info.retryLimit = 2;
+    info.portId = 1;
+    info.writeMode = 2;
+    SetComInfo(&info);
     RegistCallBackFuncIntf([](int, int, int, int) { return 0; },
                            [](QList<RW_VAR>*, int, int) { return 0; });
+    return info;
 }
 
 #endif

@@ -5,13 +5,11 @@
 #include "fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static ComInfo info;
-    resetDriverForFuzzing(&info);
+    ComInfo& info = resetDriverForFuzzing();
     FuzzInput in(data, size);
     info.maxUnits = static_cast<std::int8_t>(in.byte());
     info.perVarStation = in.byte() % 2;
     info.defaultStation = in.byte() % 3;
-
     QList<HOSTVAR> list;
     while (!in.empty() && list.size() < 128) {
         HOSTVAR h;
@@ -22,16 +20,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         h.nameText = QString::fromLatin1("v");
         list.append(h);
     }
-    const int planned = ReCreatReadVarList(&list);
-    if (planned != PLC_driver.readList.size()) {
+    if (ReCreatReadVarList(&list) != PLC_driver.readList.size()) {
         abort();
     }
-    const int max = info.maxUnits;
-    if (max >= 2) {
-        for (const RW_VAR& block : PLC_driver.readList) {
-            if (block.count < 1 || block.count > max) {
-                abort();
-            }
+    for (const RW_VAR& block : PLC_driver.readList) {
+        if (info.maxUnits >= 2 && (block.count < 1 || block.count > info.maxUnits)) {
+            abort();
         }
     }
     return 0;

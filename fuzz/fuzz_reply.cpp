@@ -8,82 +8,55 @@
 namespace {
 
 enum Kind { kWordRead, kBitRead, kWrite, kBitWordRead, kBitWordWrite, kRemoteRead, kRemoteWrite };
-constexpr int kKinds = 7;
-constexpr int kRemotePort = 2;
 
 bool definedResult(int code) {
-    if (code == 0 || code == 1 || code == 100) {
-        return true;
-    }
+    bool defined = code == 0 || code == 1 || code == 100;
     for (int base : {10, 40, 70, 110, 140, 170}) {
-        if (code > base && code <= base + 12) {
-            return true;
-        }
+        defined = defined || (code > base && code <= base + 12);
     }
-    return false;
-}
-
-RW_VAR requestFor(Kind kind, FuzzInput& in) {
-    RW_VAR v;
-    v.ownerId = in.byte() % 14 - 1;
-    v.itemId = in.byte();
-    v.port = kind >= kRemoteRead ? kRemotePort : 1;
-    v.station = in.byte() % 4;
-    v.address = in.int16();
-    v.count = in.count();
-    switch (kind) {
-        case kWordRead:
-        case kRemoteRead:
-            v.area = 14 + in.byte() % 15;
-            break;
-        case kBitRead:
-            v.area = in.byte() % 14;
-            break;
-        case kBitWordRead:
-        case kBitWordWrite:
-            v.direction = 1;
-            v.area = 29;
-            v.count = 1;
-            v.data = in.bytes(1);
-            break;
-        default:
-            v.direction = 1;
-            v.area = in.area();
-            v.data = in.bytes(in.byte() % 64);
-            break;
-    }
-    return v;
-}
-
-// The PLC's correct answer to the word read that starts a bit-in-word write.
-QByteArray wordReply(int station, quint16 word) {
-    QByteArray r;
-    r.append(static_cast<char>(station)).append('\x20').append('\x02');
-    r.append(static_cast<char>(word >> 8)).append(static_cast<char>(word));
-    const unsigned short crc = CalCRC(reinterpret_cast<unsigned char*>(r.data()), 5);
-    return r.append(static_cast<char>(crc)).append(static_cast<char>(crc >> 8));
+    return defined;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static ComInfo info;
-    resetDriverForFuzzing(&info);
+    ComInfo& info = resetDriverForFuzzing();
     FuzzInput in(data, size);
-    const auto kind = static_cast<Kind>(in.byte() % kKinds);
+    const auto kind = static_cast<Kind>(in.byte() % 7);
     info.remoteMode = kind >= kRemoteRead ? 1 : 0;
     info.retryLimit = in.byte() % 4;
-    const RW_VAR request = requestFor(kind, in);
-    if (request.direction != 0) {
-        PLC_driver.writeList.append(request);
+    RW_VAR request;
+    request.ownerId = in.byte() % 14 - 1;
+    request.itemId = in.byte();
+    request.port = kind >= kRemoteRead ? 2 : 1;
+    request.station = in.byte() % 4;
+    request.address = in.int16();
+    request.count = in.count();
+    if (kind == kWordRead || kind == kRemoteRead) {
+        request.area = 14 + in.byte() % 15;
+    } else if (kind == kBitRead) {
+        request.area = in.byte() % 14;
+    } else if (kind == kBitWordRead || kind == kBitWordWrite) {
+        request.direction = 1;
+        request.area = 29;
+        request.count = 1;
+        request.data = in.bytes(1);
     } else {
-        PLC_driver.onceReadList.append(request);
+        request.direction = 1;
+        request.area = in.area();
+        request.data = in.bytes(in.byte() % 64);
     }
+    (request.direction != 0 ? PLC_driver.writeList : PLC_driver.onceReadList).append(request);
 
-    Protocol* head = ComCommunication();
-    if (kind == kBitWordWrite && head != nullptr) {
-        QByteArray first = wordReply(request.station, static_cast<quint16>(in.int16()));
-        DataCom(&first, first.size());
+    // The second frame of a bit-in-word write: the PLC's correct answer to its word read first.
+    if (ComCommunication() != nullptr && kind == kBitWordWrite) {
+        const quint16 word = static_cast<quint16>(in.int16());
+        QByteArray r;
+        r.append(static_cast<char>(request.station)).append('\x20').append('\x02');
+        r.append(static_cast<char>(word >> 8)).append(static_cast<char>(word));
+        const unsigned short crc = CalCRC(reinterpret_cast<unsigned char*>(r.data()), 5);
+        r.append(static_cast<char>(crc)).append(static_cast<char>(crc >> 8));
+        DataCom(&r, r.size());
     }
     for (int attempt = 0; attempt < 4 && !in.empty() && ComCommunication() != nullptr; ++attempt) {
         QByteArray reply = in.bytes(in.byte());

@@ -1,64 +1,85 @@
-// Several ports in one process: a runtime loads one private copy of the library per port (a copy
-// of the file, loaded RTLD_LOCAL). Each copy must keep its own driver
-// object, port record, lists and register image, and polling one port must change nothing in
-// another. What the copies do share is the one Qt of the process.
+// The library as a runtime loads it: once per port, a private copy of the file loaded RTLD_LOCAL,
+// each copy with its own driver object, lists and register image, and only the process's one Qt
+// shared; and loaded and unloaded again and again, each load starting from a freshly constructed
+// driver (the ASan suite's LeakSanitizer checks that unloading releases what it held).
 #include <dlfcn.h>
 #include <stdlib.h>
 
 #include <atomic>
-#include <chrono>
 #include <filesystem>
 #include <memory>
-#include <sstream>
 #include <thread>
 
-#include "base/mutex_lock.h"
+#include "base/mutex_lock.h"  // KORVAN_TSAN under ThreadSanitizer
 #include "loaded_driver.h"
 
 namespace {
 
 constexpr int kPorts = 4;
-constexpr int kWordArea = 14;
-constexpr int kWordAreaCode = 0x80;  // the PLC's code of area 14
-constexpr int kCyclicWords = 4;
-constexpr int kWrittenWord = 100;
-constexpr int kOnceReadWord = 200;
-constexpr int kFirstSwitchedOffStation = 10;
-constexpr int kRoundsPerPort = 6;  // the write, the once-read, then cyclic reads
 
-// One port's copy of the library: the file copied into a folder of its own and loaded privately,
-// every export resolved in that copy alone. The folder goes at once: a loaded copy stays mapped.
-class DriverCopy {
+// The library, or a private copy of its file (in a folder of its own, removed at once: a loaded
+// copy stays mapped), with every export resolved in it alone; unloaded as it goes. As port
+// `port` it has its own PLC, serving station port + 1 with words that carry the port, so that
+// values read through the wrong copy show.
+class Library {
 public:
-    DriverCopy() {
-        const std::filesystem::path original(KORVAN_LIBRARY_PATH);
+    explicit Library(bool privateCopy) {
+        std::filesystem::path path(KORVAN_LIBRARY_PATH);
         std::string folder =
             (std::filesystem::temp_directory_path() / "korvan_copy.XXXXXX").string();
-        if (mkdtemp(folder.data()) != nullptr) {
-            const std::filesystem::path copy = std::filesystem::path(folder) / original.filename();
-            std::filesystem::copy_file(original, copy);
-            handle_ = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (privateCopy && mkdtemp(folder.data()) != nullptr) {
+            const std::filesystem::path copy = std::filesystem::path(folder) / path.filename();
+            std::filesystem::copy_file(path, copy);
+            path = copy;
+        }
+        handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+        EXPECT_NE(handle_, nullptr) << dlerror();
+        if (privateCopy) {
             std::filesystem::remove_all(folder);
         }
-        if (handle_ == nullptr) {
-            ADD_FAILURE() << "cannot load a copy in " << folder;
-            return;
-        }
-#define KORVAN_RESOLVE(name) name = symbolOf<decltype(&::name)>(::symbolOf(#name).c_str());
+#define KORVAN_RESOLVE(name) \
+    name = reinterpret_cast<decltype(&::name)>(dlsym(handle_, ::symbolOf(#name).c_str()));
         KORVAN_EXPORTED_FUNCTIONS(KORVAN_RESOLVE)
 #undef KORVAN_RESOLVE
-        driver = symbolOf<Communication_Protocol*>("PLC_driver");
+        driver = static_cast<Communication_Protocol*>(dlsym(handle_, "PLC_driver"));
     }
-    ~DriverCopy() {
+    ~Library() {
         if (handle_ != nullptr) {
             dlclose(handle_);
         }
     }
-    DriverCopy(const DriverCopy&) = delete;
-    DriverCopy& operator=(const DriverCopy&) = delete;
 
-    bool loaded() const {
-        return handle_ != nullptr && driver != nullptr;
+    // Block length `maxUnits`, writing through to the PLC, `words` words of area 14 read from
+    // address 0 cyclically.
+    void configure(int port, int maxUnits, int words, const QString& zero) {
+        plc = std::make_unique<plcsim::PlcModel>(std::set<int>{port + 1});
+        plc->setFill([port](int, int, std::uint32_t a) { return fillOf(port, a); });
+        info.maxUnits = maxUnits;
+        info.defaultStation = port + 1;
+        info.retryLimit = 2;
+        info.portId = 1;
+        info.writeMode = 2;
+        SetComInfo(&info);
+        QList<HOSTVAR> cyclic{cyclicVar(14, zero, words, port + 1)};
+        ReCreatReadVarList(&cyclic);
+    }
+    static quint16 fillOf(int port, std::uint32_t address) {
+        return static_cast<quint16>((port + 1) << 12 | address);
+    }
+    // One polling round: the result code, or -1 when nothing was due.
+    int poll() {
+        Protocol* p = ComCommunication();
+        if (p == nullptr) {
+            return -1;
+        }
+        const QByteArray sent = p->frame.left(p->sendLength);
+        QByteArray reply = toQt(plc->handle(plcsim::Bytes(sent.begin(), sent.end())).bytes);
+        return DataCom(&reply, reply.size())->result;
+    }
+    quint16 word(int address, int station) {
+        QByteArray w;
+        GetRegisterData(QString(), 14, QString::number(address), station, &w, 1);
+        return w.size() == 2 ? quint16(quint8(w[0]) | quint8(w[1]) << 8) : 0xFFFF;
     }
 
 #define KORVAN_MEMBER(name) decltype(&::name) name = nullptr;
@@ -66,164 +87,77 @@ public:
 #undef KORVAN_MEMBER
     Communication_Protocol* driver = nullptr;
     ComInfo info;
+    std::unique_ptr<plcsim::PlcModel> plc;
 
 private:
-    template <typename T>
-    T symbolOf(const char* symbol) const {
-        void* p = dlsym(handle_, symbol);
-        EXPECT_NE(p, nullptr) << "missing export " << symbol;
-        return reinterpret_cast<T>(p);
-    }
-
     void* handle_ = nullptr;
 };
 
-std::ostream& operator<<(std::ostream& out, const RW_VAR& v) {
-    return out << '(' << v.ownerId << ' ' << v.itemId << ' ' << v.station << ' ' << v.area << ' '
-               << v.address << ' ' << v.count << ' ' << v.result << ' ' << v.data.toHex().data()
-               << ')';
-}
-
-// Everything a copy remembers, as text: two copies' states compare as strings and a difference
-// shows where it is.
-std::string stateOf(const DriverCopy& copy) {
-    const Communication_Protocol& d = *copy.driver;
-    std::ostringstream out;
-    out << "port record " << d.comInfo << " retries " << copy.info.retryCount << " frames "
-        << copy.info.framesInExchange << '/' << copy.info.framesAnswered << " scan "
-        << copy.info.scanDone << "\nsource " << d.currentSource << " bursts " << d.writeBurst << '/'
-        << d.onceBurst << " scans " << d.scanCount << " failed " << int(d.commFailed) << "\nresult "
-        << d.retVar << "\nlists";
-    for (const QList<RW_VAR>* list : {&d.readList, &d.writeList, &d.onceReadList}) {
-        out << " [";
-        for (const RW_VAR& v : *list) {
-            out << v;
-        }
-        out << ']';
+// Port `port` as a runtime sets it up: a block length of 100, a cyclic read of words 0..3, a
+// write of word 100, a once-read of word 200, station 10 + port switched off. Polled six rounds
+// (the write, the once-read, cyclic reads), its write lands in its own PLC, it reads that PLC's
+// words and it has its own station switched off alone.
+void runPort(Library& lib, int port) {
+    const int station = port + 1;
+    lib.configure(port, 100, 4, QString::fromLatin1("0"));
+    QByteArray value(2, static_cast<char>(0x11 * station));
+    lib.SetRegisterData(QString(), 14, QString::fromLatin1("100"), station, &value, 1, 1, port);
+    RW_VAR v = hostVar(14, "200", 1, station);
+    lib.AddListOnceReadVar(&v, 0);
+    lib.EnCommStation(10 + port, 0);
+    for (int round = 0; round < 6; ++round) {
+        EXPECT_EQ(lib.poll(), 1) << "round " << round;
     }
-    out << "\nqueue";
-    for (const Protocol& p : d.requestQueue) {
-        out << ' ' << p.frame.toHex().data();
+    EXPECT_EQ(lib.plc->word(station, 0x80, 100), 0x1111 * station);
+    for (int a : {0, 1, 2, 3, 200}) {
+        EXPECT_EQ(lib.word(a, station), Library::fillOf(port, a)) << "word " << a;
     }
-    out << "\noff";
-    for (const int station : d.stationMap.keys()) {
-        out << ' ' << station;
+    for (int other = 0; other < kPorts; ++other) {
+        EXPECT_EQ(lib.Ethernetcontains(10 + other), other == port ? 1 : 0);
     }
-    out << "\nimage" << std::hex;
-    for (auto it = d.registerCache.constBegin(); it != d.registerCache.constEnd(); ++it) {
-        out << ' ' << it.key() << '=' << it.value();
-    }
-    return out.str();
-}
-
-// The words a port's PLC holds where nothing was written: its own pattern, so that values read
-// through the wrong copy would show.
-std::uint16_t fillOf(int port, std::uint32_t address) {
-    return static_cast<std::uint16_t>((port + 1) << 12 | address);
-}
-
-// One polling round of `copy` against `plc`; the result code, or -1 when nothing was due.
-int pollOnce(DriverCopy& copy, plcsim::PlcModel& plc) {
-    Protocol* p = copy.ComCommunication();
-    if (p == nullptr) {
-        return -1;
-    }
-    const QByteArray sent = p->frame.left(p->sendLength);
-    QByteArray reply = toQt(plc.handle(plcsim::Bytes(sent.begin(), sent.end())).bytes);
-    return copy.DataCom(&reply, reply.size())->result;
 }
 
 }  // namespace
 
-// Each copy is set up as its own port (its station, a cyclic read, a write, a once-read, a
-// switched-off station), then polled against its own PLC while the others wait: only the
-// polled copy's state changes, and it reads its own PLC's words.
-TEST(SeveralCopies, EachPortsCopyKeepsItsOwnState) {
-    std::vector<std::unique_ptr<DriverCopy>> copies;
-    std::vector<std::unique_ptr<plcsim::PlcModel>> plcs;
-    for (int port = 0; port < kPorts; ++port) {
-        copies.push_back(std::make_unique<DriverCopy>());
-        DriverCopy& copy = *copies.back();
-        ASSERT_TRUE(copy.loaded());
-        for (int other = 0; other < port; ++other) {
-            ASSERT_NE(copy.driver, copies[other]->driver);
-            ASSERT_NE(copy.SetComInfo, copies[other]->SetComInfo);
-        }
-        const int station = port + 1;
-        plcs.push_back(std::make_unique<plcsim::PlcModel>(std::set<int>{station}));
-        plcs.back()->setFill([port](int, int, std::uint32_t a) { return fillOf(port, a); });
-
-        copy.info.maxUnits = 100;
-        copy.info.defaultStation = station;
-        copy.info.retryLimit = 2;
-        copy.info.portId = 1;
-        copy.info.writeMode = 2;
-        copy.SetComInfo(&copy.info);
-        QList<HOSTVAR> cyclic{
-            cyclicVar(kWordArea, QString::fromLatin1("0"), kCyclicWords, station)};
-        copy.ReCreatReadVarList(&cyclic);
-        QByteArray value(2, static_cast<char>(0x11 * station));
-        copy.SetRegisterData(QString(), kWordArea, QString::number(kWrittenWord), station, &value,
-                             1, 1, port);
-        RW_VAR once = hostVar(kWordArea, "", 1, station);
-        once.addressText = QString::number(kOnceReadWord);
-        copy.AddListOnceReadVar(&once, 0);
-        copy.EnCommStation(kFirstSwitchedOffStation + port, 0);
+// Copies of ports 1..3 each run as their port, then the library itself is loaded, run as port 0
+// and unloaded a hundred times beside them: each load starts from nothing the last one left, and
+// the copies' images stay as they were. Unloading really releases the library, as nothing else in
+// this process holds it. Qt is loaded once per process, whatever copies use it: its message
+// handler, for one, is the process's, so that installing one copy's log handler replaces
+// another's.
+TEST(SeveralCopies, EachPortsCopyKeepsItsOwnStateAcrossAHundredLoads) {
+    std::vector<std::unique_ptr<Library>> copies;
+    std::vector<QHash<quint64, quint16>> images;
+    for (int port = 1; port < kPorts; ++port) {
+        copies.push_back(std::make_unique<Library>(true));
+        ASSERT_NE(copies.back()->driver, nullptr);
+        runPort(*copies.back(), port);
+        images.push_back(copies.back()->driver->registerCache);
     }
-
-    for (int port = 0; port < kPorts; ++port) {
-        SCOPED_TRACE("polling port " + std::to_string(port));
-        std::vector<std::string> before;
-        for (const auto& copy : copies) {
-            before.push_back(stateOf(*copy));
+    for (int cycle = 0; cycle < 100; ++cycle) {
+        SCOPED_TRACE("cycle " + std::to_string(cycle));
+        Library lib(false);
+        ASSERT_NE(lib.driver, nullptr);
+        EXPECT_EQ(lib.Ethernetcontains(10), 0);
+        EXPECT_EQ(lib.word(0, 1), 0);
+        runPort(lib, 0);
+        for (int i = 0; i < kPorts - 1; ++i) {
+            ASSERT_NE(copies[i]->driver, lib.driver);
+            EXPECT_TRUE(copies[i]->driver->registerCache == images[i]) << "port " << i + 1;
         }
-        DriverCopy& copy = *copies[port];
-        for (int round = 0; round < kRoundsPerPort; ++round) {
-            EXPECT_EQ(pollOnce(copy, *plcs[port]), 1) << "round " << round;
-        }
-        for (int other = 0; other < kPorts; ++other) {
-            if (other == port) {
-                EXPECT_NE(stateOf(copy), before[port]);
-            } else {
-                EXPECT_EQ(stateOf(*copies[other]), before[other]) << "port " << other;
-            }
-        }
-
-        const int station = port + 1;
-        EXPECT_EQ(plcs[port]->word(station, kWordAreaCode, kWrittenWord), 0x1111 * station);
-        QByteArray words;
-        copy.GetRegisterData(QString(), kWordArea, QString::fromLatin1("0"), station, &words,
-                             kCyclicWords);
-        for (int i = 0; i < kCyclicWords; ++i) {
-            EXPECT_EQ(quint8(words[2 * i]) | quint8(words[2 * i + 1]) << 8, fillOf(port, i));
-        }
-        copy.GetRegisterData(QString(), kWordArea, QString::number(kOnceReadWord), station, &words,
-                             1);
-        EXPECT_EQ(quint8(words[0]) | quint8(words[1]) << 8, fillOf(port, kOnceReadWord));
-        for (int other = 0; other < kPorts; ++other) {
-            EXPECT_EQ(copy.Ethernetcontains(kFirstSwitchedOffStation + other),
-                      other == port ? 1 : 0);
-        }
+        lib.SetComInfo(nullptr);
     }
-}
+    EXPECT_EQ(dlopen(KORVAN_LIBRARY_PATH, RTLD_NOW | RTLD_NOLOAD), nullptr);
 
-// Qt is loaded once per process, whatever copies use it: its message handler, for one, is the
-// process's. Installing one copy's log handler replaces another's.
-TEST(SeveralCopies, ShareTheOneQtOfTheProcess) {
-    DriverCopy first;
-    DriverCopy second;
-    ASSERT_TRUE(first.loaded() && second.loaded());
-    ASSERT_NE(first.customMessageHandler, second.customMessageHandler);
-
-    const QtMsgHandler original = qInstallMsgHandler(first.customMessageHandler);
-    EXPECT_EQ(qInstallMsgHandler(second.customMessageHandler), first.customMessageHandler);
+    ASSERT_NE(copies[0]->customMessageHandler, copies[1]->customMessageHandler);
+    const QtMsgHandler original = qInstallMsgHandler(copies[0]->customMessageHandler);
+    EXPECT_EQ(qInstallMsgHandler(copies[1]->customMessageHandler), copies[0]->customMessageHandler);
     qInstallMsgHandler(original);
 }
 
 // Every copy polled on a thread of its own against its own PLC while a host thread per copy
-// writes, once-reads and reads the image, as a runtime with several ports does: for 5 s under
-// ThreadSanitizer (which must find nothing), briefly otherwise. Each image ends with only its own
-// PLC's and host's words.
+// writes, once-reads and reads the image: for 5 s under ThreadSanitizer (which must find
+// nothing), briefly otherwise. Each image ends with only its own PLC's and host's words.
 TEST(ConcurrencyOfCopies, PollingAndHostThreadsOfEveryCopy) {
 #if defined(KORVAN_TSAN)
     const auto runFor = std::chrono::seconds(5);
@@ -231,56 +165,38 @@ TEST(ConcurrencyOfCopies, PollingAndHostThreadsOfEveryCopy) {
     const auto runFor = std::chrono::milliseconds(500);
 #endif
     constexpr int kWords = 32;
-    std::vector<std::unique_ptr<DriverCopy>> copies;
-    std::vector<std::unique_ptr<plcsim::PlcModel>> plcs;
     // The host's address texts outlive the run: the driver's copies share their data, and Qt's
     // reference counts are out of ThreadSanitizer's sight.
     std::vector<QString> texts;
     for (int a = 0; a < kWords; ++a) {
         texts.push_back(QString::number(a));
     }
+    std::vector<std::unique_ptr<Library>> copies;
     for (int port = 0; port < kPorts; ++port) {
-        copies.push_back(std::make_unique<DriverCopy>());
-        DriverCopy& copy = *copies.back();
-        ASSERT_TRUE(copy.loaded());
-        plcs.push_back(std::make_unique<plcsim::PlcModel>(std::set<int>{1}));
-        plcs.back()->setFill([port](int, int, std::uint32_t a) { return fillOf(port, a); });
-        copy.info.maxUnits = 8;
-        copy.info.defaultStation = 1;
-        copy.info.retryLimit = 2;
-        copy.info.portId = 1;
-        copy.info.writeMode = 2;
-        copy.SetComInfo(&copy.info);
-        QList<HOSTVAR> cyclic{cyclicVar(kWordArea, texts[0], kWords)};
-        copy.ReCreatReadVarList(&cyclic);
+        copies.push_back(std::make_unique<Library>(true));
+        ASSERT_NE(copies.back()->driver, nullptr);
+        copies.back()->configure(port, 8, kWords, texts[0]);
     }
-    // Host values carry the port in their top bits, like the PLCs' fills.
-    const auto hostWord = [](int port, long turn) {
-        return static_cast<quint16>((port + 1) << 12 | 0x800 | (turn & 0x7FF));
-    };
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
     for (int port = 0; port < kPorts; ++port) {
-        DriverCopy& copy = *copies[port];
-        plcsim::PlcModel& plc = *plcs[port];
-        threads.emplace_back([&copy, &plc, &stop] {
+        Library& copy = *copies[port];
+        threads.emplace_back([&copy, &stop] {
             while (!stop.load()) {
-                pollOnce(copy, plc);
+                copy.poll();
             }
         });
-        threads.emplace_back([&copy, &stop, &texts, hostWord, port] {
-            for (long turn = 0; !stop.load(); ++turn) {
-                const int address = static_cast<int>(turn % kWords);
-                const quint16 w = hostWord(port, turn);
-                QByteArray value;
-                value.append(static_cast<char>(w & 0xFF)).append(static_cast<char>(w >> 8));
-                copy.SetRegisterData(QString(), kWordArea, texts[address], 1, &value, 1, 1,
-                                     static_cast<int>(turn));
-                RW_VAR once = hostVar(kWordArea, "", 2, 1);
-                once.addressText = texts[(address + 7) % (kWords - 1)];
+        // Host values carry the port in their top bits, like the PLCs' fills.
+        threads.emplace_back([&copy, &stop, &texts, port] {
+            for (int turn = 0; !stop.load(); ++turn) {
+                QByteArray value(2, static_cast<char>((port + 1) << 4 | (turn & 15)));
+                copy.SetRegisterData(QString(), 14, texts[turn % kWords], port + 1, &value, 1, 1,
+                                     turn);
+                RW_VAR once = hostVar(14, "", 2, port + 1);
+                once.addressText = texts[(turn + 7) % (kWords - 1)];
                 copy.AddListOnceReadVar(&once, 0);
                 QByteArray words;
-                copy.GetRegisterData(QString(), kWordArea, texts[0], 1, &words, kWords);
+                copy.GetRegisterData(QString(), 14, texts[0], port + 1, &words, kWords);
             }
         });
     }
