@@ -204,6 +204,9 @@ TEST(ToolsEndToEnd, SeveralPortsInEitherFamilyReadWriteAndCapture) {
         int writesDone;
         J abandoned;
         Texts writes, reads;  // Info of the writes' exchanges, and of one scan's reads
+        Texts fields;         // of the first frame the host sent, and their values
+        Row first;
+        double minScanMs;  // the line time of a scan whose replies the simulator holds back
     };
     const J bits = J::array({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0});
     // clang-format off
@@ -222,7 +225,10 @@ TEST(ToolsEndToEnd, SeveralPortsInEitherFamilyReadWriteAndCapture) {
          {"read bits st=1 area 0x03 @32 x32", "reply st=1 4 bytes: 00010000100000001000000000000001",
           "read words st=1 area 0x80 @10 x3", "reply st=1 6 bytes: 0x0008 0x0000 0x0f02",
           "read words st=1 area 0x80 @100 x2", "reply st=1 4 bytes: 0x1234 0xabcd",
-          "read words st=1 area 0x80 @200 x2", "reply st=1 4 bytes: 0x5678 0x9abc"}},
+          "read words st=1 area 0x80 @200 x2", "reply st=1 4 bytes: 0x5678 0x9abc"},
+         {"family", "station", "function", "area_code", "area", "address", "count",
+          "payload_length", "word", "crc"},
+         {"0", "1", "0x21", "0x80", "14", "200", "2", "4", "0x5678,0x9abc", "0x80d3"}, 0},
         {{"--tcp", "127.0.0.1:0", "--memory", "memory.txt"},
          {"--remote-mode", "--per-var-station", "--off", "3", "--write", "14:5@1=0xBEEF",
           "--write", "1:1@2=1", "--write", "29:20.15@2=1", "14:0@1", "14:0@2", "14:0@3", "14:5@1",
@@ -230,90 +236,114 @@ TEST(ToolsEndToEnd, SeveralPortsInEitherFamilyReadWriteAndCapture) {
          {{"14:0@2", {0x2222}}, {"14:5@1", {0xBEEF}}, {"1:0:3@2", {1, 1, 1}}, {"29:20.15@2", {1}},
           {"14:0@3", {{"values", {0}}, {"state", "off"}}}},  // never asked: the PLC holds 0x3333
          3, J::object(),
-         {}, {}},
+         {"remote write st=1 area 14 @5 x1: 0xbeef", "reply st=1 write acknowledged",
+          "remote write st=2 area 1 @1 x1: 1", "reply st=2 write acknowledged",
+          "remote write st=2 area 29 @20.15 x1: 1", "reply st=2 write acknowledged"},
+         {"remote read st=1 area 14 @0 x6",
+          "reply st=1 12 bytes: 0x0000 0x0000 0x0000 0x0000 0x0000 0xbeef",
+          "remote read st=2 area 1 @0 x1", "reply st=2 2 bytes: 1110000000000000",
+          "remote read st=2 area 14 @0 x21",
+          "reply st=2 42 bytes: 0x2222 0x0000 0x0000 0x0000 0x0000 0x0000 0x0000 0x0000 ..."},
+         {"family", "remote.length", "remote.owner", "remote.direction", "remote.port", "station",
+          "area", "area_code", "address", "count", "remote.mark", "word", "sum"},
+         {"1", "24", "1", "1", "1", "1", "14", "0x80", "5", "1", "0", "0xbeef", "0xdd"}, 0},
         {{"--tcp", "127.0.0.1:0", "--fill", "3000"},
          {"--per-var-station", "--retries", "0", "--write", "14:9@1=0x0909", "--write", "14:7@4=5",
           "14:100:2@1", "14:100:2@4"},
          {{"14:100:2@1", {3000, 3000}}, {"14:100:2@4", {{"values", {0, 0}}, {"state", "failed 41"}}}},
          // Abandoned: the unserved station's read in each scan, and its write (owner 1).
-         1, {{"41", 2}, {"42", 1}}, {}, {}},
+         1, {{"41", 2}, {"42", 1}}, {}, {}, {}, {}, 0},
+        // Replies held back by their line time at 9600 baud: 10 + 9 characters of 10 bits each.
+        {{"--pty", "--fill", "ramp", "--baud-delay"},
+         {"--station", "2", "14:300:2", "14:400:2"},
+         {{"14:300:2", {300, 301}}, {"14:400:2", {400, 401}}},
+         0, J::object(), {}, {}, {}, {}, 2 * 19.0 * 10 / 9.6},
     };
     // clang-format on
-    ScratchDir dir;
-    std::ofstream(dir.path("memory.txt")) << kMemory;
-    std::vector<std::unique_ptr<Simulator>> plcs;
-    Texts args{"--turnaround", kTurnaround,
-               "--scans",      "2",
-               "--format",     "json",
-               "--image-dump", dir.path("image.txt"),
-               "--pcap",       dir.path("host.pcap")};
-    for (const Port& port : ports) {
-        const std::string n = std::to_string(plcs.size());
-        Texts sim = port.sim;
-        sim.insert(sim.end(), {"--stations", "1,2,3", "--dump", dir.path("plc" + n + ".txt"),
-                               "--pcap", dir.path("plc-" + n + ".pcap")});
-        for (std::string& word : sim) {
-            word = word == "memory.txt" ? dir.path(word) : word;
-        }
-        plcs.push_back(std::make_unique<Simulator>(sim));
-        args.insert(args.end(),
-                    {"--port", n, sim[0] == "--pty" ? "--device" : "--tcp", plcs.back()->endpoint});
-        args.insert(args.end(), port.host.begin(), port.host.end());
-    }
-    std::map<std::string, HostRun> runs;
-    const HostRun run = runHost(args, &runs);
-    for (const auto& plc : plcs) {
-        ASSERT_TRUE(plc->stop());
-    }
-    // One port's failing station does not fail the run: every port did its scans.
-    ASSERT_EQ(run.exitCode, 0) << run.errors;
-    for (std::size_t i = 0; i < std::size(ports); ++i) {
-        const Port& port = ports[i];
-        const std::string n = std::to_string(i);
-        SCOPED_TRACE("port " + n);
-        HostRun& r = runs[n];
-        for (const auto& [name, v] : port.values) {
-            EXPECT_EQ(r.scan[name]["values"], v.is_object() ? v["values"] : v) << name;
-            EXPECT_EQ(r.scan[name]["state"], v.is_object() ? v["state"] : "ok") << name;
-        }
-        EXPECT_EQ(r.stats.value("writes_done", -1), port.writesDone);
-        EXPECT_EQ(r.stats.value("abandoned", J()), port.abandoned);
-        EXPECT_EQ(r.stats.value("retries", -1), 0);
-        const Memory memory = readMemory(dir.path("plc" + n + ".txt"));
-        // Every word of the image is the PLC's, but those of the station nobody serves.
-        const Memory image = readMemory(dir.path("image-" + n + ".txt"));
-        EXPECT_FALSE(image.empty());
-        for (const auto& [key, value] : image) {
-            const auto it = memory.find(key);
-            EXPECT_TRUE(std::get<0>(key) == 4 || (it != memory.end() && it->second == value))
-                << "station " << std::get<0>(key) << " word " << std::get<2>(key);
-        }
-        if (port.writes.empty()) {
-            continue;
-        }
-        Texts info = port.writes;
-        info.insert(info.end(), port.reads.begin(), port.reads.end());
-        info.insert(info.end(), port.reads.begin(), port.reads.end());
-        const std::string hostCapture = dir.path("host-" + n + ".pcap");
-        for (const std::string& capture : {hostCapture, dir.path("plc-" + n + ".pcap")}) {
-            SCOPED_TRACE(capture);
-            const std::vector<Row> rows =
-                decode(capture, {"kind", "direction", "request_in", "reply_in", "crc.status",
-                                 "sum.status", "time", "_ws.col.Info"});
-            ASSERT_EQ(rows.size(), info.size());
-            // Requests and replies alternate, each reply paired with the frame before it; the
-            // host sends requests and receives replies, the PLC the other way round.
-            for (std::size_t f = 0; f < rows.size(); ++f) {
-                const bool request = f % 2 == 0;
-                EXPECT_EQ(rows[f][7], info[f]);
-                EXPECT_EQ(rows[f][0], request ? "0" : "1") << info[f];
-                EXPECT_EQ(rows[f][1], request == (capture == hostCapture) ? "0" : "1") << info[f];
-                EXPECT_EQ(rows[f][2] + "/" + rows[f][3],
-                          request ? "/" + std::to_string(f + 2) : std::to_string(f) + "/");
-                // A CRC, or a remote request's sum; a reply's time since its request.
-                EXPECT_EQ(rows[f][4] + rows[f][5], "good") << info[f];
-                EXPECT_EQ(rows[f][6].empty(), request) << info[f];
+    // Two ports, then four.
+    for (const std::size_t count : {std::size_t{2}, std::size_t{4}}) {
+        SCOPED_TRACE(std::to_string(count) + " ports");
+        ScratchDir dir;
+        std::ofstream(dir.path("memory.txt")) << kMemory;
+        std::vector<std::unique_ptr<Simulator>> plcs;
+        Texts args{"--turnaround", kTurnaround,
+                   "--scans",      "2",
+                   "--format",     "json",
+                   "--image-dump", dir.path("image.txt"),
+                   "--pcap",       dir.path("host.pcap")};
+        for (std::size_t i = 0; i < count; ++i) {
+            const Port& port = ports[i];
+            const std::string n = std::to_string(i);
+            Texts sim = port.sim;
+            sim.insert(sim.end(), {"--stations", "1,2,3", "--dump", dir.path("plc" + n + ".txt"),
+                                   "--pcap", dir.path("plc-" + n + ".pcap")});
+            for (std::string& word : sim) {
+                word = word == "memory.txt" ? dir.path(word) : word;
             }
+            plcs.push_back(std::make_unique<Simulator>(sim));
+            args.insert(args.end(), {"--port", n, sim[0] == "--pty" ? "--device" : "--tcp",
+                                     plcs.back()->endpoint});
+            args.insert(args.end(), port.host.begin(), port.host.end());
+        }
+        std::map<std::string, HostRun> runs;
+        const HostRun run = runHost(args, &runs);
+        for (const auto& plc : plcs) {
+            ASSERT_TRUE(plc->stop());
+        }
+        // One port's failing station does not fail the run: every port did its scans.
+        ASSERT_EQ(run.exitCode, 0) << run.errors;
+        for (std::size_t i = 0; i < count; ++i) {
+            const Port& port = ports[i];
+            const std::string n = std::to_string(i);
+            SCOPED_TRACE("port " + n);
+            HostRun& r = runs[n];
+            for (const auto& [name, v] : port.values) {
+                EXPECT_EQ(r.scan[name]["values"], v.is_object() ? v["values"] : v) << name;
+                EXPECT_EQ(r.scan[name]["state"], v.is_object() ? v["state"] : "ok") << name;
+            }
+            EXPECT_EQ(r.stats.value("writes_done", -1), port.writesDone);
+            EXPECT_EQ(r.stats.value("abandoned", J()), port.abandoned);
+            EXPECT_EQ(r.stats.value("retries", -1), 0);
+            EXPECT_GE(r.stats.value("scan_ms_mean", 0.0), port.minScanMs);
+            const Memory memory = readMemory(dir.path("plc" + n + ".txt"));
+            // Every word of the image is the PLC's, but those of the station nobody serves.
+            const Memory image = readMemory(dir.path("image-" + n + ".txt"));
+            EXPECT_FALSE(image.empty());
+            for (const auto& [key, value] : image) {
+                const auto it = memory.find(key);
+                EXPECT_TRUE(std::get<0>(key) == 4 || (it != memory.end() && it->second == value))
+                    << "station " << std::get<0>(key) << " word " << std::get<2>(key);
+            }
+            if (port.writes.empty()) {
+                continue;
+            }
+            Texts info = port.writes;
+            info.insert(info.end(), port.reads.begin(), port.reads.end());
+            info.insert(info.end(), port.reads.begin(), port.reads.end());
+            const std::string hostCapture = dir.path("host-" + n + ".pcap");
+            for (const std::string& capture : {hostCapture, dir.path("plc-" + n + ".pcap")}) {
+                SCOPED_TRACE(capture);
+                const std::vector<Row> rows =
+                    decode(capture, {"kind", "direction", "request_in", "reply_in", "crc.status",
+                                     "sum.status", "time", "_ws.col.Info"});
+                ASSERT_EQ(rows.size(), info.size());
+                // Requests and replies alternate, each reply paired with the frame before it; the
+                // host sends requests and receives replies, the PLC the other way round.
+                for (std::size_t f = 0; f < rows.size(); ++f) {
+                    const bool request = f % 2 == 0;
+                    EXPECT_EQ(rows[f][7], info[f]);
+                    EXPECT_EQ(rows[f][0], request ? "0" : "1") << info[f];
+                    EXPECT_EQ(rows[f][1], request == (capture == hostCapture) ? "0" : "1")
+                        << info[f];
+                    EXPECT_EQ(rows[f][2] + "/" + rows[f][3],
+                              request ? "/" + std::to_string(f + 2) : std::to_string(f) + "/");
+                    // A CRC, or a remote request's sum; a reply's time since its request.
+                    EXPECT_EQ(rows[f][4] + rows[f][5], "good") << info[f];
+                    EXPECT_EQ(rows[f][6].empty(), request) << info[f];
+                }
+            }
+            const std::vector<Row> first = decode(hostCapture, port.fields, "frame.number == 1");
+            EXPECT_EQ(first.empty() ? Row() : first[0], port.first);
         }
     }
 }
