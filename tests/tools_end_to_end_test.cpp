@@ -188,14 +188,16 @@ constexpr char kMemory[] = R"(1 14 100 0x1234
 3 14 0 0x3333
 )";
 
-// One host run of three ports, as a runtime with several lines has: each port a private copy of
-// the driver on a thread of its own, against a simulator of its own. Port 0 (a pseudo-terminal)
-// and port 1 (TCP, in the remote frame family) write words, bits and a bit of a word to PLCs
-// holding kMemory; port 2 (TCP) reads a PLC whose words hold 3000 and writes to and reads a
-// station that PLC does not serve, which fails there alone. In two scans: the values read (the
-// state of each variable "ok" unless given), the writes done and the exchanges abandoned, and
-// each port's image equal to its own PLC's memory; and port 0's captures at both ends decode to
-// the same exchanges (the writes, then each scan's reads), each reply paired with its request.
+// One host run of two ports, then one of four, as a runtime with several lines has: each port a
+// private copy of the driver on a thread of its own, against a simulator of its own. Port 0 (a
+// pseudo-terminal) and port 1 (TCP, in the remote frame family) write words, bits and a bit of a
+// word to PLCs holding kMemory; port 2 (TCP) reads a PLC whose words hold 3000 and writes to and
+// reads a station that PLC does not serve, which fails there alone; port 3's PLC holds its
+// replies back by their line time. In two scans: the values read (the state of each variable
+// "ok" unless given), the writes done and the exchanges abandoned, and each port's image equal to
+// its own PLC's memory; and the captures of ports 0 and 1 at both ends decode to the same
+// exchanges (the writes, then each scan's reads), each reply paired with its request, and the
+// first frame field by field.
 TEST(ToolsEndToEnd, SeveralPortsInEitherFamilyReadWriteAndCapture) {
     struct Port {
         Texts sim;
@@ -388,6 +390,30 @@ TEST(ToolsEndToEnd, FaultsAreRetriedAbandonedRecoveredAndCaptured) {
             decode(dir.path("host.pcap"), {"kind", "request_in", "_ws.col.Info"}, filter);
         EXPECT_EQ(rows.size(), shown);
         EXPECT_EQ(rows.empty() ? Row() : rows[0], first);
+    }
+}
+
+// Killed in the middle of polling, neither program leaves a capture that tshark cannot read to
+// its last frame.
+TEST(ToolsEndToEnd, ACaptureOfAKilledProgramOpens) {
+    ScratchDir dir;
+    const std::string host = dir.path("host.pcap"), plc = dir.path("plc.pcap");
+    {
+        Simulator sim({"--pty", "--pcap", plc});
+        Process poller(KORVAN_REF_HOST, {"--device", sim.endpoint, "--seconds", "20", "--format",
+                                         "csv", "--pcap", host, "14:0:100"});
+        // Some dozens of frames first.
+        for (const auto end = Clock::now() + std::chrono::seconds(10);
+             (!std::filesystem::exists(host) || std::filesystem::file_size(host) < 20000) &&
+             Clock::now() < end;) {
+            std::this_thread::sleep_for(kPoll);
+        }
+        poller.finish(SIGKILL);
+    }  // the simulator is killed too
+    for (const std::string& capture : {host, plc}) {
+        const std::vector<Row> rows = decode(capture, {"exchange"});
+        ASSERT_GT(rows.size(), 20u) << capture;
+        EXPECT_NE(rows.back()[0], "") << capture;
     }
 }
 
