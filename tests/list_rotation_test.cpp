@@ -7,20 +7,18 @@
 
 TEST(ListRotation, EveryTurnMovesTheFirstEntryToTheEnd) {
     for (int size : {0, 1, 2, 3, 512, 513, 3000}) {
-        QList<RW_VAR> list;
+        QList<RW_VAR> list, copy;
         for (int i = 0; i < size; ++i) {
             list.append(RW_VAR());
             list.last().address = i;
         }
-        const QList<RW_VAR> copy = list;
-        const int turns = 2 * size + 7;
-        for (int t = 0; t < turns; ++t) {
+        for (int t = 0, turns = 2 * size + 7; t < turns; ++t) {
+            copy = list;
             rotateFirstToEnd(list);
-        }
-        ASSERT_EQ(list.size(), size);
-        for (int i = 0; i < size; ++i) {
-            ASSERT_EQ(list.at(i).address, (turns + i) % size) << size << " " << i;
-            ASSERT_EQ(copy.at(i).address, i) << size;
+            ASSERT_EQ(copy.size() + list.size(), 2 * size);
+            for (int i = 0; i < size; ++i) {
+                ASSERT_EQ(list.at(i).address, copy.at((i + 1) % size).address) << size << " " << t;
+            }
         }
     }
 }

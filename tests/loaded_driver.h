@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -44,10 +43,8 @@ inline const std::string& symbolOf(const std::string& name) {
         std::map<std::string, std::string> names;
         std::ifstream list(KORVAN_EXPORTED_SYMBOLS);
         for (std::string symbol; std::getline(list, symbol);) {
-            int status = -1;
-            char* demangled = symbol.empty() || symbol[0] == '#'
-                                  ? nullptr
-                                  : abi::__cxa_demangle(symbol.c_str(), nullptr, nullptr, &status);
+            int status = -1;  // blank lines and # comments do not demangle either
+            char* demangled = abi::__cxa_demangle(symbol.c_str(), nullptr, nullptr, &status);
             const std::string text = status == 0 ? demangled : symbol;
             std::free(demangled);
             names[text.substr(0, text.find('('))] = symbol;
@@ -59,20 +56,13 @@ inline const std::string& symbolOf(const std::string& name) {
     return it != byName.end() ? it->second : unknown;
 }
 
-inline void* loadedLibrary() {
-    static void* const handle = dlopen(KORVAN_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr) {
-        std::fprintf(stderr, "cannot load the driver: %s\n", dlerror());
-        std::abort();
-    }
-    return handle;
-}
-
-// The exported symbol as a typed pointer; a missing one fails the test.
+// The exported symbol of the library, loaded once as a host loads it, as a typed pointer; a missing
+// one fails the test.
 template <typename T>
 T exported(const char* symbol) {
-    void* p = dlsym(loadedLibrary(), symbol);
-    EXPECT_NE(p, nullptr) << "missing export " << symbol;
+    static void* const library = dlopen(KORVAN_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+    void* p = library != nullptr ? dlsym(library, symbol) : nullptr;
+    EXPECT_NE(p, nullptr) << "missing export " << symbol << ": " << dlerror();
     return reinterpret_cast<T>(p);
 }
 
@@ -112,6 +102,13 @@ inline RW_VAR hostVar(int area, const char* address, int count, int station = 1)
     return RW_VAR{0,    0, 0,       0,     1, 0, QString(),   QString::fromLatin1(address),
                   area, 0, station, count, 0, 0, QByteArray()};
 }
+// The record `v` of host variable `owner`/`item` on `port`.
+inline RW_VAR owned(RW_VAR v, int owner, int item, int port = 1) {
+    v.ownerId = owner;
+    v.itemId = item;
+    v.port = port;
+    return v;
+}
 inline HOSTVAR cyclicVar(int area, const QString& address, int count, int station = 1,
                          const char* name = "") {
     return HOSTVAR{0, quint8(area), quint8(station),           0,
@@ -128,34 +125,24 @@ typedef std::map<quint64, quint16> Image;
 // The loaded driver put back into its just-loaded state for each test, with a port record of
 // block length 100, station 1, two retries, local port 1, and recording callbacks; and a PLC
 // model of stations 1..3 to answer its frames.
-class DriverTest : public ::testing::Test {
-protected:
 #define KORVAN_RESOLVE(name) \
     decltype(&::name) name = exported<decltype(&::name)>(symbolOf(#name).c_str());
+class DriverTest : public ::testing::Test {
+protected:
     KORVAN_EXPORTED_FUNCTIONS(KORVAN_RESOLVE)
-#undef KORVAN_RESOLVE
     Communication_Protocol& driver = *exported<Communication_Protocol*>("PLC_driver");
 
     void SetUp() override {
         resetDriver();
-        info.maxUnits = 100;
-        info.defaultStation = 1;
-        info.retryLimit = 2;
-        info.portId = 1;
-        info.hostTag = 77;
         SetComInfo(&info);
         RegistCallBackFuncIntf(recordResult, recordError);
     }
-    void TearDown() override {
-        resetDriver();
-    }
+    void TearDown() override { resetDriver(); }
 
     void resetDriver() {
         Communication_Protocol& d = driver;
         d.comInfo = nullptr;
-        d.readList.clear();
-        d.writeList.clear();
-        d.onceReadList.clear();
+        d.readList = d.writeList = d.onceReadList = QList<RW_VAR>();
         d.requestQueue.clear();
         d.resultCallback = nullptr;
         d.errorCallback = nullptr;
@@ -197,9 +184,7 @@ protected:
         driver.registerCache.insert(key(area, address, station), value);
     }
 
-    const Protocol& request(int i) const {
-        return driver.requestQueue.at(i);
-    }
+    const Protocol& request(int i) const { return driver.requestQueue.at(i); }
 
     // The PLC model's answer to the queued head frame (empty when it stays silent).
     QByteArray plcReply() {
@@ -240,16 +225,16 @@ protected:
         return SetRegisterData(QString::fromLatin1("tag"), area, QString::fromLatin1(address),
                                station, &bytes, count, owner, item);
     }
-    int rebuild(QList<HOSTVAR> list) {
-        return ReCreatReadVarList(&list);
-    }
+    int rebuild(QList<HOSTVAR> list) { return ReCreatReadVarList(&list); }
 
     inline static ResultCalls results;
     inline static ErrorCalls errors;
-    ComInfo info;
+    // Block length 100, station 1, two retries, port 1, host tag 77.
+    ComInfo info{0, 0, 0, 0, 100, 0, 1, 2, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 77};
     plcsim::PlcModel plc{{1, 2, 3}};
     std::vector<QByteArray> sent;
     int readResult = -1;
 };
+#undef KORVAN_RESOLVE
 
 #endif

@@ -4,13 +4,6 @@
 
 namespace {
 
-RW_VAR owned(RW_VAR v, int owner, int item, int port = 1) {
-    v.ownerId = owner;
-    v.itemId = item;
-    v.port = port;
-    return v;
-}
-
 class Polling : public DriverTest {
 protected:
     // The source of every exchange started until nothing is due (at most 41), answered well:
@@ -36,26 +29,17 @@ TEST_F(Polling, EachKindOfExchangeAgainstThePlc) {
     plc.setWord(1, 0x80, 101, 0x5678);
     plc.setWord(1, 0x03, 3, 0x8001);  // bits 48 and 63 of area 2
     plc.setWord(1, 0x80, 10, 0x0100);
-    const struct {
-        int list;  // 0 cyclic reads, 1 writes, 2 once-reads
-        int remoteMode;
-        RW_VAR entry;
-        const char* frames;
-        std::vector<int> codes;
-        Image image;
-        ResultCalls results;
-    } cases[] = {
-        // clang-format off
+    // list (0 cyclic reads, 1 writes, 2 once-reads), remote mode, the entry, every frame sent,
+    // DataCom's codes, the image afterwards, the host's callbacks
+    const std::tuple<int, int, RW_VAR, const char*, std::vector<int>, Image, ResultCalls> cases[] =
+        {
+            // clang-format off
         {0, 0, var(14, 100, 2), "01 20 80 00 00 64 00 02 7F DB",
          {1}, {{key(14, 100), 0x1234}, {key(14, 101), 0x5678}}, {}},
         {0, 0, var(2, 3, 1), "01 1E 03 00 00 30 00 10 7E 36",
          {1}, {{key(2, 3), 0x8001}}, {}},
-        {2, 0, owned(var(14, 100, 1), 5, 6), "01 20 80 00 00 64 00 01 3F DA",
-         {1}, {{key(14, 100), 0x1234}}, {{77, 5, 6, 1}}},
         {1, 0, owned(writeVar(14, 100, 2, "CD AB 01 00"), 1, 2), "01 21 80 00 00 64 00 02 04 AB CD 00 01 53 36",
          {1}, {{key(14, 100), 0xABCD}, {key(14, 101), 1}}, {{77, 1, 2, 1}}},
-        {1, 0, writeVar(2, 35, 3, "05"), "01 1F 03 00 00 23 00 03 01 05 19 B3",
-         {1}, {{key(2, 2), 0x0028}}, {{77, 0, 0, 1}}},
         // Bit 3 of word 10: the word is read, then written back with the bit set.
         {1, 0, writeVar(29, 163, 1, "01"), "01 20 80 00 00 0A 00 01 5E 07 | 01 21 80 00 00 0A 00 01 02 01 08 93 B1",
          {1, 1}, {{key(14, 10), 0x0008}}, {{77, 0, 0, 1}}},
@@ -67,26 +51,26 @@ TEST_F(Polling, EachKindOfExchangeAgainstThePlc) {
          {1}, {{key(14, 100), 0xABCD}}, {{77, 3, 4, 1}}},
         {1, 1, writeVar(14, 50, 1, "34 12"), "18 00 01 01 01 00 0E 00 00 00 32 00 01 00 00 00 00 00 00 00 00 34 12 A2",
          {1}, {{key(14, 50), 0x1234}}, {{77, 0, 0, 1}}},
-        // clang-format on
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.frames);
-        info.remoteMode = c.remoteMode;
+            // clang-format on
+        };
+    for (const auto& [list, remoteMode, entry, frames, codes, expectedImage, expected] : cases) {
+        SCOPED_TRACE(frames);
+        info.remoteMode = remoteMode;
         driver.registerCache.clear();
         results.clear();
         sent.clear();
-        (c.list == 0   ? driver.readList
-         : c.list == 1 ? driver.writeList
-                       : driver.onceReadList)
-            .append(c.entry);
-        EXPECT_EQ(run(static_cast<int>(c.codes.size())), c.codes);
-        std::string frames;
+        (list == 0   ? driver.readList
+         : list == 1 ? driver.writeList
+                     : driver.onceReadList)
+            .append(entry);
+        EXPECT_EQ(run(static_cast<int>(codes.size())), codes);
+        std::string sentFrames;
         for (const QByteArray& f : sent) {
-            frames += (frames.empty() ? "" : " | ") + hex(f);
+            sentFrames += (sentFrames.empty() ? "" : " | ") + hex(f);
         }
-        EXPECT_EQ(frames, c.frames);
-        EXPECT_EQ(image(), c.image);
-        EXPECT_EQ(results, c.results);
+        EXPECT_EQ(sentFrames, frames);
+        EXPECT_EQ(image(), expectedImage);
+        EXPECT_EQ(results, expected);
         driver.readList.clear();
         EXPECT_EQ(poll(), -1);
     }
@@ -94,8 +78,7 @@ TEST_F(Polling, EachKindOfExchangeAgainstThePlc) {
 }
 
 // Writes first, then once-reads, at most five of each in a row, then one cyclic read, which lets
-// both bursts start again; with nothing due the bursts restart and the scan counts as done. A
-// queued frame is offered again, without a look at the lists, until DataCom removes it.
+// both bursts start again; with nothing due the bursts restart and the scan counts as done.
 TEST_F(Polling, SchedulerOrderAndBursts) {
     driver.writeBurst = 3;
     driver.onceBurst = 5;
@@ -109,43 +92,45 @@ TEST_F(Polling, SchedulerOrderAndBursts) {
     driver.readList.append(var(14, 200, 1));
     EXPECT_EQ(order().substr(0, 18), "WWWWWOOOOORWWOORRR");
     driver.readList.clear();
-    for (int i = 0; i < 6; ++i) {
-        driver.writeList.append(owned(writeVar(14, i, 1, "00 00"), 1, i));
-    }
+    const RW_VAR w = writeVar(14, 0, 1, "00 00");
+    driver.writeList = QList<RW_VAR>() << w << w << w << w << w << w;
     EXPECT_EQ(order(), "WWWWW");  // without cyclic reads a spent burst pauses for one round
     EXPECT_EQ(order(), "W");
-
-    driver.writeList.append(writeVar(14, 0, 1, "00 00"));
-    Protocol* first = ComCommunication();
-    ASSERT_NE(first, nullptr);
-    driver.writeList.clear();
-    EXPECT_EQ(ComCommunication(), first);
-    EXPECT_EQ(driver.requestQueue.size(), 1);
     SetComInfo(nullptr);  // without a port record nothing is planned or judged
-    driver.requestQueue.clear();
     driver.readList.append(var(14, 0, 1));
     EXPECT_EQ(ComCommunication(), nullptr);
     EXPECT_EQ(DataCom(nullptr, 0)->result, 1);
 }
 
-// Writes and once-reads of a switched-off station are dropped without a callback; cyclic reads
-// stay and are rotated past, once around at most.
-TEST_F(Polling, SchedulerDropsOrRotatesPastSwitchedOffStations) {
+// Stations are switched off and on in one map behind both entry points; a negative station
+// clears it, enable values other than 0 and 1 change nothing. Writes and once-reads of a
+// switched-off station are dropped without a callback; cyclic reads stay and are rotated past,
+// once around at most.
+TEST_F(Polling, SwitchedOffStations) {
+    const auto off = [this] {
+        return std::vector<int>({Ethernetcontains(2), Ethernetcontains(3), Ethernetcontains(5),
+                                 driver.stationMap.size()});
+    };
+    EnCommStation(3, 0);
+    EnCommStation(3, 0);
+    EnCommStation(5, 0);
+    EnCommStation(5, 7);
+    EnableEthernet(5, -1);
+    EXPECT_EQ(off(), std::vector<int>({0, 1, 1, 2}));
+    EnableEthernet(-1, 0);
+    EnCommStation(2, 0);
+    EXPECT_EQ(off(), std::vector<int>({1, 0, 0, 1}));
     driver.writeList << writeVar(14, 0, 1, "00 00", 2) << writeVar(14, 9, 1, "00 00");
     driver.onceReadList.append(var(14, 0, 1, 2));
     driver.readList << var(14, 1, 1, 2) << var(14, 2, 1, 3) << var(14, 3, 1, 3);
-    EnCommStation(2, 0);
     EXPECT_EQ(run(2), (std::vector<int>{1, 1}));
     EXPECT_EQ(hex(sent[0].mid(5, 1) + sent[1].mid(5, 1)), "09 02");  // address bytes
-    EXPECT_EQ(results.size(), 1u);
-    EXPECT_TRUE(driver.writeList.isEmpty() && driver.onceReadList.isEmpty());
+    EXPECT_TRUE(results.size() == 1 && driver.writeList.isEmpty() && driver.onceReadList.isEmpty());
     EnCommStation(3, 0);
     EXPECT_EQ(ComCommunication(), nullptr);
-    EnCommStation(3, 1);
-    const Protocol* p = ComCommunication();
-    ASSERT_NE(p, nullptr);
-    EXPECT_EQ(p->var.address, 3);  // rotated once around, then served from the front
-    EXPECT_EQ(driver.readList.first().address, 3);
+    EnableEthernet(3, 1);
+    ASSERT_NE(ComCommunication(), nullptr);
+    EXPECT_EQ(request(0).var.address + driver.readList.first().address, 3 + 3);  // once around
 }
 
 // The scan is done once more exchanges completed than readList holds. A bad reply is offered
@@ -154,24 +139,23 @@ TEST_F(Polling, SchedulerDropsOrRotatesPastSwitchedOffStations) {
 // counts as failed until the next good reply. A cyclic read rotates to the end either way.
 TEST_F(Polling, RetriesAbandonmentAndRecovery) {
     driver.retVar.ownerId = 9;
-    EXPECT_EQ(DataCom(nullptr, 5)->result, 1);  // nothing queued: nothing changes
-    EXPECT_EQ(driver.retVar.ownerId, 9);
+    EXPECT_EQ(DataCom(nullptr, 5)->result + driver.retVar.ownerId, 1 + 9);  // nothing queued
     driver.readList << var(14, 100, 2) << var(14, 500, 1);
     EXPECT_EQ(run(2), (std::vector<int>{1, 1}));
     EXPECT_EQ(info.scanDone, 0);
     EXPECT_EQ(poll(), 1);
-    EXPECT_EQ(std::vector<int>({info.scanDone, driver.scanCount, driver.retVar.address}),
-              std::vector<int>({1, 0, 100}));
-    EXPECT_EQ(driver.readList.last().address, 100);
+    EXPECT_EQ(std::vector<int>({info.scanDone, driver.scanCount, driver.retVar.address,
+                                driver.readList.last().address}),
+              std::vector<int>({1, 0, 100, 100}));
 
     plcsim::Faults silent;
     silent.silentStations = {1};
     plc.setFaults(silent);
     EXPECT_EQ(run(3), (std::vector<int>{0, 0, 41}));  // nothing received, owner 0
-    EXPECT_TRUE(sent[3] == sent[4] && sent[4] == sent[5]);
-    EXPECT_TRUE(driver.commFailed && driver.requestQueue.isEmpty());
-    EXPECT_EQ(info.retryCount + info.scanDone, 0);
-    EXPECT_EQ(driver.readList.last().address, 500);
+    EXPECT_TRUE(sent[3] == sent[4] && sent[4] == sent[5] && driver.requestQueue.isEmpty());
+    EXPECT_EQ(std::vector<int>({driver.commFailed, info.retryCount, info.scanDone,
+                                driver.readList.last().address}),
+              std::vector<int>({1, 0, 0, 500}));
     info.writeMode = 2;
     EXPECT_EQ(write(14, "4", "08 00", 1, 5, 6), 1);
     EXPECT_EQ(hex(read(14, "4", 1)), "08 00");  // shown at once while the link is down
@@ -182,8 +166,7 @@ TEST_F(Polling, RetriesAbandonmentAndRecovery) {
     plc.setFaults(plcsim::Faults());
     write(14, "4", "07 00", 1, 5, 7);
     EXPECT_EQ(run(2), (std::vector<int>{1, 1}));
-    EXPECT_FALSE(driver.commFailed);
-    EXPECT_EQ(plc.word(1, 0x80, 4), 7);
+    EXPECT_TRUE(!driver.commFailed && plc.word(1, 0x80, 4) == 7);
     EXPECT_EQ(results.size(), 2u);  // the write's; cyclic reads are never reported
 }
 
@@ -194,35 +177,23 @@ TEST_F(Polling, RetriesAbandonmentAndRecovery) {
 TEST_F(Polling, ResultCodesTellCauseFamilyAndOwner) {
     const QByteArray good = withCrc(bytesOf("01 20 02 00 00"));
     const QByteArray padded = good + QByteArray(100, '\xEE');
-    const struct {
-        int owner;
-        bool remote;
-        QByteArray reply;
-        int length;
-        int code;
-    } cases[] = {
-        {0, false, good.left(6), 6, 71},
-        {3, false, good + 'x', 8, 74},
-        {11, false, good.left(6), 6, 82},
-        {12, false, good, 6, 71},
-        {-1, false, good, 8, 71},
-        {0, false, QByteArray(), 0, 41},
-        {0, false, QByteArray(7, 1), 7, 11},
-        {0, true, QByteArray(), 0, 141},
-        {0, true, good.left(6), 6, 171},
-        {0, true, QByteArray(7, 1), 7, 111},
-        {0, false, padded, 7, 1},
+    // owner, judged as remote, reply, its length as the host gives it, code
+    const std::tuple<int, bool, QByteArray, int, int> cases[] = {
+        // clang-format off
+        {0, false, good.left(6), 6, 71}, {3, false, good + 'x', 8, 74}, {11, false, good.left(6), 6, 82},
+        {12, false, good, 6, 71}, {-1, false, good, 8, 71}, {0, false, QByteArray(), 0, 41},
+        {0, false, QByteArray(7, 1), 7, 11}, {0, true, QByteArray(), 0, 141},
+        {0, true, good.left(6), 6, 171}, {0, true, QByteArray(7, 1), 7, 111}, {0, false, padded, 7, 1},
         {2, false, good.left(4), 7, 73},  // claims 7 bytes, holds 4
         {2, true, padded, 7, 100},
+        // clang-format on
     };
-    for (const auto& c : cases) {
+    for (const auto& [owner, remote, reply, length, code] : cases) {
         driver.requestQueue.clear();
-        RW_VAR v = var(14, 0, 1);
-        v.ownerId = c.owner;
-        read_register(v);
-        QByteArray reply = c.reply;
-        EXPECT_EQ((c.remote ? DealDataOfRemoteArea : DealDataOfLocalArea)(&reply, c.length), c.code)
-            << c.owner << " " << hex(c.reply);
+        read_register(owned(var(14, 0, 1), owner, 0));
+        QByteArray bytes = reply;
+        EXPECT_EQ((remote ? DealDataOfRemoteArea : DealDataOfLocalArea)(&bytes, length), code)
+            << owner << " " << hex(reply);
     }
     EXPECT_EQ(DealDataOfLocalArea(nullptr, 7), 43);  // null counts as nothing received
     EXPECT_EQ(SwitchErrorReturn(70), 73);
@@ -232,24 +203,40 @@ TEST_F(Polling, ResultCodesTellCauseFamilyAndOwner) {
               std::vector<int>({111, 141, 41, 200}));
 }
 
-// The host hears once per host variable that all its pieces are done, and of a failure at once;
-// then the rest of the abandoned variable is purged, with per-variable stations only on its
-// station. Callbacks that were never registered are skipped.
-TEST_F(Polling, OneResultPerHostVariableAndThePurgeOfAnAbandonedOne) {
-    for (int piece = 0; piece < 3; ++piece) {
-        driver.writeList.append(owned(writeVar(14, piece * 100, 1, "00 00"), 4, 8));
-    }
-    driver.writeList << owned(writeVar(14, 400, 1, "00 00"), 4, 8, 2);  // not this port's piece
+// A local write too long for any frame never reaches the wire: the host hears once that the
+// variable failed, its other pieces go with it, and the line's state stays as it was. The host
+// hears once per host variable that all its pieces are done, and of a failure at once; then the
+// rest of the abandoned variable is purged, with per-variable stations only on its station.
+// Callbacks that were never registered are skipped.
+TEST_F(Polling, ResultsPerHostVariablePurgesAndWritesTooLong) {
+    info.writeMode = 2;
+    info.maxUnits = 1500;  // raised after SetComInfo: pieces of 3,000 bytes
+    info.retryCount = 1;
+    info.scanDone = 1;
+    EXPECT_EQ(write(14, "0", "", 3000, 4, 8), 2);
+    driver.writeList.append(owned(writeVar(14, 9, 1, "01 00"), 5, 9));
+    EXPECT_EQ(poll(), 1);
+    EXPECT_EQ(hex(sent.at(0).left(6)), "01 21 80 00 00 09");  // the write that fits
+    EXPECT_EQ(results, (ResultCalls{{77, 4, 8, 2}, {77, 5, 9, 1}}));
+    EXPECT_EQ(std::vector<int>({driver.commFailed, info.retryCount, info.scanDone,
+                                driver.writeList.size(), static_cast<int>(errors.size())}),
+              std::vector<int>({0, 1, 1, 0, 0}));
+    EXPECT_EQ(image(), (Image{{key(14, 9), 1}}));  // the refused write is not mirrored
+    results.clear();
+    EXPECT_EQ(write(14, "0", "", 1500, 6, 1), 1);  // alone: nothing at all to send
+    EXPECT_TRUE(poll() == -1 && sent.size() == 1);
+    EXPECT_EQ(results, (ResultCalls{{77, 6, 1, 2}}));
+    results.clear();
+    const RW_VAR piece = owned(writeVar(14, 0, 1, "00 00"), 4, 8);
+    driver.writeList << piece << piece << piece << owned(piece, 4, 8, 2);  // the last: another port
     EXPECT_EQ(run(3), (std::vector<int>{1, 1, 1}));
     EXPECT_EQ(results, (ResultCalls{{77, 4, 8, 1}}));
     EXPECT_EQ(driver.retVar.ownerId, 4);
     driver.writeList.clear();
-
     results.clear();
     info.retryLimit = 0;
     info.perVarStation = 1;
     plc.setFaults(plcsim::Faults{1.0, 0, 0, 0, {}, 1});  // every reply dropped
-    const RW_VAR piece = owned(writeVar(14, 0, 1, "00 00"), 4, 8);
     driver.writeList << piece << piece << owned(writeVar(14, 0, 1, "00 00", 2), 4, 8)
                      << owned(writeVar(14, 0, 1, "00 00"), 4, 9);
     EXPECT_EQ(poll(), 45);  // nothing received, owner 4
@@ -262,27 +249,4 @@ TEST_F(Polling, OneResultPerHostVariableAndThePurgeOfAnAbandonedOne) {
     driver.onceReadList << piece << owned(var(14, 0, 1), 4, 9);
     EXPECT_EQ(run(3), (std::vector<int>{45, 45, -1}));
     EXPECT_EQ(results.size() + errors.size(), 2u);
-}
-
-// A local write too long for any frame never reaches the wire: the host hears once that the
-// variable failed, its other pieces go with it, and the line's state stays as it was.
-TEST_F(Polling, AWriteTooLongForAFrameFailsWithoutTouchingTheLine) {
-    info.writeMode = 2;
-    info.maxUnits = 1500;  // raised after SetComInfo: pieces of 3,000 bytes
-    info.retryCount = 1;
-    info.scanDone = 1;
-    EXPECT_EQ(write(14, "0", "", 3000, 4, 8), 2);
-    driver.writeList.append(owned(writeVar(14, 9, 1, "01 00"), 5, 9));
-    EXPECT_EQ(poll(), 1);
-    EXPECT_EQ(hex(sent.at(0).left(6)), "01 21 80 00 00 09");  // the write that fits
-    EXPECT_EQ(results, (ResultCalls{{77, 4, 8, 2}, {77, 5, 9, 1}}));
-    EXPECT_TRUE(errors.empty() && driver.writeList.isEmpty());
-    EXPECT_EQ(std::vector<int>({driver.commFailed, info.retryCount, info.scanDone}),
-              std::vector<int>({0, 1, 1}));
-    EXPECT_EQ(image(), (Image{{key(14, 9), 1}}));  // the refused write is not mirrored
-    results.clear();
-    EXPECT_EQ(write(14, "0", "", 1500, 6, 1), 1);  // alone: nothing at all to send
-    EXPECT_EQ(poll(), -1);
-    EXPECT_EQ(results, (ResultCalls{{77, 6, 1, 2}}));
-    EXPECT_EQ(sent.size(), 1u);
 }
