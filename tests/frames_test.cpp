@@ -15,12 +15,13 @@ class Frames : public DriverTest {};
 
 }  // namespace
 
-// Each builder queues one frame and starts a one-frame exchange. Bit areas are read in bits, 16
-// per group the variable counts; only areas 1..5 and 7 are written bit by bit, and write
-// addresses are never scaled. Word payloads are held low byte first and sent high byte first, an
-// odd one padded. Fields wider than the frame lose their upper bits, while the expected lengths
-// use the full count. Remote frames name the variable by its own fields, start with their length
-// and end in the low byte of their sum. Station 0 expects no reply to a write.
+// Each builder queues the frames of one exchange: one, or for a bit of a word the word's read and
+// then its write, which station 0 answers too. Bit areas are read in bits, 16 per group the
+// variable counts; only areas 1..5 and 7 are written bit by bit, and write addresses are never
+// scaled. Word payloads are held low byte first and sent high byte first, an odd one padded.
+// Fields wider than the frame lose their upper bits, while the expected lengths use the full
+// count. Remote frames name the variable by its own fields, start with their length and end in
+// the low byte of their sum. Station 0 expects no reply to a write.
 TEST_F(Frames, FramesAndTheRepliesTheyExpect) {
     RW_VAR wide = writeVar(29, 163, 1, "01");
     wide.mark = -1;
@@ -46,7 +47,6 @@ TEST_F(Frames, FramesAndTheRepliesTheyExpect) {
         {wr, writeVar(-1, 0, 1, "01 00"), "01 21 00 00 00 00 00 01 02 00 01 33 4B", 10, 0, 0},
         {wr, writeVar(14, 100, 2, "34 12 78"), "01 21 80 00 00 64 00 02 04 12 34 00 78 67 B9", 10, 0, 0},
         {wr, writeVar(14, 1, 0, "", 0), "00 21 80 00 00 01 00 00 00 49 10", 0, 0, 0},
-        // The word a bit of word 10 lies in is read, then written whole: station 0 answers both.
         {bitWr, writeVar(29, 163, 1, "01", 0), "00 20 80 00 00 0A 00 01 9F CB | 00 21 80 00 00 0A 00 01 02 00 00 00 00", 7, 3, 2},
         {remoteWr, wide, "17 FF 01 01 01 00 1D 00 00 00 A3 00 01 FF FF FF FF 01 02 03 04 01 E1", 10, 0, 0},
         {remoteRd, var(14, 100, 0, 0), "16 00 00 01 00 00 0E 00 00 00 64 00 00 00 00 00 00 00 00 00 00 89", 5, 3, 0},
@@ -127,8 +127,8 @@ TEST_F(Frames, RepliesAreJudgedByStationAndCrc) {
 
 // The frame buffer holds 2048 bytes: 11 of header and CRC, so at most 2037 payload bytes. A
 // longer record queues nothing and is not mirrored (the scheduler reports it failed before it
-// gets here), and nothing beyond the frame buffer is touched.
-// A local write shows in the image unless the link is down; a remote one always.
+// gets here), and nothing beyond the frame buffer is touched. Otherwise a local write shows in
+// the image unless the link is down; a remote one always.
 TEST_F(Frames, WritesTooLongAndWhatTheImageShows) {
     driver.registerCache.insert(1, 0x5555);  // the member just after frameBuf
     write_analog(filled(3, 0, 8 * 2037, 2037, '\x01'));

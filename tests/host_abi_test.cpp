@@ -31,8 +31,9 @@ TEST_F(HostInterface, ConfigurationEntryPoints) {
     EXPECT_EQ(PLCAddressChangeIntef(1, QString::fromLatin1("17")), 15);
 }
 
-// The check values (the CRC is checked against the simulator's, and in every frame), and the
-// digit helpers, which have no range test: a value is offset by one of two constants.
+// The check values at their edges (the CRC and the sum are also checked in every frame that
+// carries them), and the digit helpers, which have no range test: a value is offset by one of
+// two constants.
 TEST_F(HostInterface, ChecksumsAndDigits) {
     std::vector<unsigned char> ff(300, 0xFF);
     unsigned char one[] = {0x01}, halves[] = {0x80, 0x80}, three[] = {0x12, 0x34, 0x56};

@@ -34,9 +34,9 @@ protected:
 
 // Words arrive high byte first, bit groups bits 0..7 first; bits of words live in the words of
 // area 14, and a reply shorter than its request stores only the whole words it holds. The reply
-// to the word read of a bit-of-word write stores nothing: it completes the queued write frame: the
-// bit set or cleared in the word read, a fresh CRC, nothing stored. The bit and its value come from
-// the queued write (the head of writeList, here a record that would clear it, is not read);
+// to the word read of a bit-of-word write is not stored: it completes the queued write frame with
+// the bit set or cleared in the word read and a fresh CRC. The bit and its value come from the
+// queued write (the head of writeList, here a record that would clear it, is not read);
 // writeList is only asked whether it holds a write at all. Without a whole word, or without the
 // write, nothing happens.
 TEST_F(RegisterImage, ReadRepliesAreStoredOrCompleteBitOfWordWrites) {
@@ -180,8 +180,8 @@ TEST_F(RegisterImage, WhatHostWritesShowAndWhatTheyRefuse) {
     for (const auto& [area, address, count, result] : refused) {
         EXPECT_EQ(write(area, address, "01 00", count), result) << area << " " << address;
     }
-    EXPECT_EQ(write(2, "20", "01 00 01 01 00 00 00 00 00 01", 10) + write(29, "10.15", "01 00", 2),
-              2 + 4);
+    EXPECT_TRUE(write(2, "20", "01 00 01 01 00 00 00 00 00 01", 10) == 2 &&
+                write(29, "10.15", "01 00", 2) == 4);
     driver.commFailed = 0;
     for (int mode : {0, 1, 3}) {
         info.writeMode = mode;

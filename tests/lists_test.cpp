@@ -1,5 +1,5 @@
 // The variable lists: registration, grouping into block reads, and the rebuild of the cyclic
-// read list, checked against an independent plan of random host lists.
+// read list, against literal plans.
 #include "loaded_driver.h"
 
 namespace {
@@ -26,7 +26,7 @@ protected:
 // mode at nothing.
 TEST_F(Lists, PlainAppendsAndTheWriteListCap) {
     RW_VAR bits = hostVar(2, "35", 20, 9);
-    EXPECT_EQ(AddListReadVar(&bits) + AddListReadVar(nullptr), 2);
+    EXPECT_TRUE(AddListReadVar(&bits) == 1 && AddListReadVar(nullptr) == 1);
     EXPECT_EQ(listed(driver.readList), "9/2/0+20");  // not normalised
     RW_VAR v = var(14, 0, 1);
     for (int i = 0; i < 2047; ++i) {
@@ -37,7 +37,7 @@ TEST_F(Lists, PlainAppendsAndTheWriteListCap) {
     EXPECT_EQ(
         std::vector<int>({AddListWriteVar(&v), AddListWriteVar(&v), AddListWriteVar(nullptr)}),
         std::vector<int>({2048, 2048, 2048}));
-    EXPECT_EQ(driver.writeList.at(2046).itemId + driver.writeList.last().itemId, 5);
+    EXPECT_EQ(driver.writeList.last().itemId, 5);
     RW_VAR unchecked = hostVar(14, "not an address", 1, 0);
     EXPECT_EQ(
         std::vector<int>({AddListOnceReadVar(&unchecked, 1), AddListOnceReadVar(&unchecked, 1),
@@ -78,7 +78,7 @@ TEST_F(Lists, NormalisingOnceReads) {
     info.perVarStation = 1;
     addOnce(hostVar(2, "35", 20, 6));
     addOnce(hostVar(14, "5", 1, 4));
-    EXPECT_EQ(addOnce(hostVar(14, "5", 1, 4)) + addOnce(hostVar(14, "12", 1, 0)), 4);
+    EXPECT_TRUE(addOnce(hostVar(14, "5", 1, 4)) == 4 && addOnce(hostVar(14, "12", 1, 0)) == 0);
     EXPECT_EQ(listed(driver.onceReadList), "3/14/5+1 3/14/10+1 6/2/2+2 4/14/5+1");
     for (int max : {0, -5}) {
         driver.onceReadList.clear();
@@ -158,7 +158,7 @@ TEST_F(Lists, RebuildReplacesTheListAndRestartsTheScan) {
     AddListReadVar(&stale);
     driver.scanCount = 5;
     info.scanDone = 1;
-    EXPECT_EQ(rebuild({}) + ReCreatReadVarList(nullptr) + driver.readList.size(), 0);
+    EXPECT_TRUE(rebuild({}) == 0 && ReCreatReadVarList(nullptr) == 0 && driver.readList.isEmpty());
     EXPECT_EQ(std::make_pair(driver.scanCount, info.scanDone), std::make_pair(5, 1));
     EXPECT_EQ(rebuild({cyclicVar(14, "x", 1)}), 0);
     EXPECT_EQ(std::make_pair(driver.scanCount, info.scanDone), std::make_pair(0, 0));

@@ -31,9 +31,8 @@ TEST_F(Polling, EachKindOfExchangeAgainstThePlc) {
     plc.setWord(1, 0x80, 10, 0x0100);
     // list (0 cyclic reads, 1 writes, 2 once-reads), remote mode, the entry, every frame sent,
     // DataCom's codes, the image afterwards, the host's callbacks
-    const std::tuple<int, int, RW_VAR, const char*, std::vector<int>, Image, ResultCalls> cases[] =
-        {
-            // clang-format off
+    // clang-format off
+    const std::tuple<int, int, RW_VAR, const char*, std::vector<int>, Image, ResultCalls> cases[] = {
         {0, 0, var(14, 100, 2), "01 20 80 00 00 64 00 02 7F DB",
          {1}, {{key(14, 100), 0x1234}, {key(14, 101), 0x5678}}, {}},
         {0, 0, var(2, 3, 1), "01 1E 03 00 00 30 00 10 7E 36",
@@ -51,18 +50,16 @@ TEST_F(Polling, EachKindOfExchangeAgainstThePlc) {
          {1}, {{key(14, 100), 0xABCD}}, {{77, 3, 4, 1}}},
         {1, 1, writeVar(14, 50, 1, "34 12"), "18 00 01 01 01 00 0E 00 00 00 32 00 01 00 00 00 00 00 00 00 00 34 12 A2",
          {1}, {{key(14, 50), 0x1234}}, {{77, 0, 0, 1}}},
-            // clang-format on
-        };
+    };
+    // clang-format on
+    QList<RW_VAR>* const lists[] = {&driver.readList, &driver.writeList, &driver.onceReadList};
     for (const auto& [list, remoteMode, entry, frames, codes, expectedImage, expected] : cases) {
         SCOPED_TRACE(frames);
         info.remoteMode = remoteMode;
         driver.registerCache.clear();
         results.clear();
         sent.clear();
-        (list == 0   ? driver.readList
-         : list == 1 ? driver.writeList
-                     : driver.onceReadList)
-            .append(entry);
+        lists[list]->append(entry);
         EXPECT_EQ(run(static_cast<int>(codes.size())), codes);
         std::string sentFrames;
         for (const QByteArray& f : sent) {
@@ -130,7 +127,7 @@ TEST_F(Polling, SwitchedOffStations) {
     EXPECT_EQ(ComCommunication(), nullptr);
     EnableEthernet(3, 1);
     ASSERT_NE(ComCommunication(), nullptr);
-    EXPECT_EQ(request(0).var.address + driver.readList.first().address, 3 + 3);  // once around
+    EXPECT_TRUE(request(0).var.address == 3 && driver.readList.first().address == 3);
 }
 
 // The scan is done once more exchanges completed than readList holds. A bad reply is offered
@@ -139,7 +136,7 @@ TEST_F(Polling, SwitchedOffStations) {
 // counts as failed until the next good reply. A cyclic read rotates to the end either way.
 TEST_F(Polling, RetriesAbandonmentAndRecovery) {
     driver.retVar.ownerId = 9;
-    EXPECT_EQ(DataCom(nullptr, 5)->result + driver.retVar.ownerId, 1 + 9);  // nothing queued
+    EXPECT_TRUE(DataCom(nullptr, 5)->result == 1 && driver.retVar.ownerId == 9);  // none queued
     driver.readList << var(14, 100, 2) << var(14, 500, 1);
     EXPECT_EQ(run(2), (std::vector<int>{1, 1}));
     EXPECT_EQ(info.scanDone, 0);
@@ -248,5 +245,5 @@ TEST_F(Polling, ResultsPerHostVariablePurgesAndWritesTooLong) {
     driver.writeList.clear();
     driver.onceReadList << piece << owned(var(14, 0, 1), 4, 9);
     EXPECT_EQ(run(3), (std::vector<int>{45, 45, -1}));
-    EXPECT_EQ(results.size() + errors.size(), 2u);
+    EXPECT_TRUE(results.size() == 1 && errors.size() == 1);
 }
