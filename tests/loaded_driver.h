@@ -1,7 +1,6 @@
 // The driver as the tests reach it: the built library loaded once with dlopen, as a host loads
-// it, and every exported function resolved by its symbol into a fixture member of the same name.
-// A test body therefore reads like host code while every call goes into the loaded library; the
-// exported driver object is inspected through the layout its header pins.
+// it, and every exported function resolved by its symbol into a fixture member of the same name,
+// so that a test body reads like host code while every call goes into the loaded library.
 #ifndef KORVAN_TESTS_LOADED_DRIVER_H
 #define KORVAN_TESTS_LOADED_DRIVER_H
 
@@ -10,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -24,39 +22,28 @@
 #include "plc_model.h"
 
 // The exported functions the tests call, by name; their symbols come from the one list of exports.
+// clang-format off
 #define KORVAN_EXPORTED_FUNCTIONS(X)                                                               \
-    X(SetComInfo)                                                                                  \
-    X(RegistCallBackFuncIntf) X(FlashLocalRegister) X(QueryFinishFlag) X(EnCommStation)            \
-        X(EnableEthernet) X(PLCAddressChangeIntef) X(ComCommunication) X(DataCom)                  \
-            X(AddListReadVar) X(AddListWriteVar) X(AddListOnceReadVar) X(ReCreatReadVarList)       \
-                X(GetRegisterData) X(SetRegisterData) X(Ethernetcontains) X(CalCRC) X(CalSUM)      \
-                    X(CalLRC) X(CalXOR) X(DigitalToASCII) X(ASCIIToDigital) X(CheckGetData)        \
-                        X(StringAddressToInt) X(WhetherGroup) X(Bubble_Sort) X(BitVarReCreat)      \
-                            X(read_register) X(write_register) X(write_analog) X(write_analog_bit) \
-                                X(Remote_ReadVar) X(Remote_WriteVar) X(SaveToLocalDataErea)        \
-                                    X(SpecialRegisterSave) X(write_data_to_local)                  \
-                                        X(DealDataOfLocalArea) X(DealDataOfRemoteArea)             \
-                                            X(GetDriverReturnValue) X(SwitchErrorReturn)           \
-                                                X(passRetValue) X(customMessageHandler)
+    X(SetComInfo) X(RegistCallBackFuncIntf) X(FlashLocalRegister) X(QueryFinishFlag)               \
+    X(EnCommStation) X(EnableEthernet) X(PLCAddressChangeIntef) X(ComCommunication) X(DataCom)     \
+    X(AddListReadVar) X(AddListWriteVar) X(AddListOnceReadVar) X(ReCreatReadVarList)               \
+    X(GetRegisterData) X(SetRegisterData) X(Ethernetcontains) X(CalCRC) X(CalSUM) X(CalLRC)        \
+    X(CalXOR) X(DigitalToASCII) X(ASCIIToDigital) X(CheckGetData) X(StringAddressToInt)            \
+    X(WhetherGroup) X(Bubble_Sort) X(BitVarReCreat) X(read_register) X(write_register)             \
+    X(write_analog) X(write_analog_bit) X(Remote_ReadVar) X(Remote_WriteVar)                       \
+    X(SaveToLocalDataErea) X(SpecialRegisterSave) X(write_data_to_local) X(DealDataOfLocalArea)    \
+    X(DealDataOfRemoteArea) X(GetDriverReturnValue) X(SwitchErrorReturn) X(passRetValue)           \
+    X(customMessageHandler)
+// clang-format on
 
-// Every symbol of the list of exports (driver/exported_symbols.txt: blank lines and # comments
-// skipped), and the symbol of each function by its name: the demangled symbol up to its argument
-// list, or the symbol itself for the extern "C" entry points and the globals.
-inline std::vector<std::string> exportedSymbols() {
-    std::vector<std::string> symbols;
-    std::ifstream list(KORVAN_EXPORTED_SYMBOLS);
-    for (std::string line; std::getline(list, line);) {
-        if (!line.empty() && line[0] != '#') {
-            symbols.push_back(line);
-        }
-    }
-    return symbols;
-}
+// The symbol of an exported name in driver/exported_symbols.txt: the demangled symbol up to its
+// argument list, or the symbol itself for the extern "C" entry points and the globals.
 inline const std::string& symbolOf(const std::string& name) {
     static const std::map<std::string, std::string> byName = [] {
         std::map<std::string, std::string> names;
-        for (const std::string& symbol : exportedSymbols()) {
-            int status = 0;
+        std::ifstream list(KORVAN_EXPORTED_SYMBOLS);
+        for (std::string symbol; std::getline(list, symbol);) {
+            int status = -1;  // blank lines and # comments do not demangle either
             char* demangled = abi::__cxa_demangle(symbol.c_str(), nullptr, nullptr, &status);
             const std::string text = status == 0 ? demangled : symbol;
             std::free(demangled);
@@ -69,23 +56,13 @@ inline const std::string& symbolOf(const std::string& name) {
     return it != byName.end() ? it->second : unknown;
 }
 
-inline void* loadedLibrary() {
-    static void* const handle = [] {
-        void* h = dlopen(KORVAN_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
-        if (h == nullptr) {
-            std::fprintf(stderr, "cannot load the driver: %s\n", dlerror());
-            std::abort();
-        }
-        return h;
-    }();
-    return handle;
-}
-
-// The exported symbol as a typed pointer; a missing one fails the test.
+// The exported symbol of the library, loaded once as a host loads it, as a typed pointer; a missing
+// one fails the test.
 template <typename T>
 T exported(const char* symbol) {
-    void* p = dlsym(loadedLibrary(), symbol);
-    EXPECT_NE(p, nullptr) << "missing export " << symbol;
+    static void* const library = dlopen(KORVAN_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+    void* p = library != nullptr ? dlsym(library, symbol) : nullptr;
+    EXPECT_NE(p, nullptr) << "missing export " << symbol << ": " << dlerror();
     return reinterpret_cast<T>(p);
 }
 
@@ -111,49 +88,31 @@ inline QByteArray withCrc(QByteArray frame) {
     return frame.append(static_cast<char>(crc & 0xFF)).append(static_cast<char>(crc >> 8));
 }
 
-// A list record of the local port, and a write record carrying `data` (hex).
+// A list record of the local port; a write record carrying `data` (hex); a record as a host
+// registers it, with an address text; an entry of the host's cyclic list.
 inline RW_VAR var(int area, int address, int count, int station = 1) {
-    RW_VAR v;
-    v.area = area;
-    v.address = address;
-    v.count = count;
-    v.station = station;
-    v.port = 1;
-    return v;
+    return RW_VAR{0,    0,       0,       0,     1, 0, QString(),   QString(),
+                  area, address, station, count, 0, 0, QByteArray()};
 }
 inline RW_VAR writeVar(int area, int address, int count, const char* data, int station = 1) {
-    RW_VAR v = var(area, address, count, station);
-    v.direction = 1;
-    v.data = bytesOf(data);
-    return v;
+    return RW_VAR{0,    0,       1,       0,     1, 0, QString(),    QString(),
+                  area, address, station, count, 0, 0, bytesOf(data)};
 }
-// A record as a host registers it, with an address text.
 inline RW_VAR hostVar(int area, const char* address, int count, int station = 1) {
-    RW_VAR v = var(area, 0, count, station);
-    v.addressText = QString::fromLatin1(address);
+    return RW_VAR{0,    0, 0,       0,     1, 0, QString(),   QString::fromLatin1(address),
+                  area, 0, station, count, 0, 0, QByteArray()};
+}
+// The record `v` of host variable `owner`/`item` on `port`.
+inline RW_VAR owned(RW_VAR v, int owner, int item, int port = 1) {
+    v.ownerId = owner;
+    v.itemId = item;
+    v.port = port;
     return v;
 }
-// An entry of the host's cyclic list.
 inline HOSTVAR cyclicVar(int area, const QString& address, int count, int station = 1,
                          const char* name = "") {
-    HOSTVAR h;
-    h.area = static_cast<quint8>(area);
-    h.station = static_cast<quint8>(station);
-    h.addressText = address;
-    h.nameText = QString::fromLatin1(name);
-    h.count = count;
-    return h;
-}
-
-// The frame and lengths of a queued request; the whole frame is sent and the reserved words are 0.
-inline void expectRequest(const Protocol& request, const char* frame, int replyLength,
-                          int dataOffset, int dataLength) {
-    EXPECT_EQ(hex(request.frame), frame);
-    EXPECT_EQ(request.sendLength, request.frame.size());
-    EXPECT_EQ(request.replyLength, replyLength);
-    EXPECT_EQ(request.dataOffset, dataOffset);
-    EXPECT_EQ(request.dataLength, dataLength);
-    EXPECT_EQ(request.reserved[0] | request.reserved[1] | request.reserved[2], 0);
+    return HOSTVAR{0, quint8(area), quint8(station),           0,
+                   0, address,      QString::fromLatin1(name), count};
 }
 
 // Callbacks as the host received them: {hostTag, ownerId, itemId, status} and
@@ -166,34 +125,24 @@ typedef std::map<quint64, quint16> Image;
 // The loaded driver put back into its just-loaded state for each test, with a port record of
 // block length 100, station 1, two retries, local port 1, and recording callbacks; and a PLC
 // model of stations 1..3 to answer its frames.
-class DriverTest : public ::testing::Test {
-protected:
 #define KORVAN_RESOLVE(name) \
     decltype(&::name) name = exported<decltype(&::name)>(symbolOf(#name).c_str());
+class DriverTest : public ::testing::Test {
+protected:
     KORVAN_EXPORTED_FUNCTIONS(KORVAN_RESOLVE)
-#undef KORVAN_RESOLVE
     Communication_Protocol& driver = *exported<Communication_Protocol*>("PLC_driver");
 
     void SetUp() override {
         resetDriver();
-        info.maxUnits = 100;
-        info.defaultStation = 1;
-        info.retryLimit = 2;
-        info.portId = 1;
-        info.hostTag = 77;
         SetComInfo(&info);
         RegistCallBackFuncIntf(recordResult, recordError);
     }
-    void TearDown() override {
-        resetDriver();
-    }
+    void TearDown() override { resetDriver(); }
 
     void resetDriver() {
         Communication_Protocol& d = driver;
         d.comInfo = nullptr;
-        d.readList.clear();
-        d.writeList.clear();
-        d.onceReadList.clear();
+        d.readList = d.writeList = d.onceReadList = QList<RW_VAR>();
         d.requestQueue.clear();
         d.resultCallback = nullptr;
         d.errorCallback = nullptr;
@@ -216,11 +165,10 @@ protected:
         return 0;
     }
 
-    // The register image, ordered by key.
     Image image() const {
+        const QHash<quint64, quint16>& cache = driver.registerCache;
         Image out;
-        for (auto it = driver.registerCache.constBegin(); it != driver.registerCache.constEnd();
-             ++it) {
+        for (auto it = cache.constBegin(); it != cache.constEnd(); ++it) {
             out[it.key()] = it.value();
         }
         return out;
@@ -236,9 +184,7 @@ protected:
         driver.registerCache.insert(key(area, address, station), value);
     }
 
-    const Protocol& request(int i) const {
-        return driver.requestQueue.at(i);
-    }
+    const Protocol& request(int i) const { return driver.requestQueue.at(i); }
 
     // The PLC model's answer to the queued head frame (empty when it stays silent).
     QByteArray plcReply() {
@@ -248,7 +194,7 @@ protected:
 
     // One polling round against the PLC model: the result code, or -1 when nothing was due.
     int poll() {
-        Protocol* p = ComCommunication();
+        const Protocol* p = ComCommunication();
         if (p == nullptr) {
             return -1;
         }
@@ -264,8 +210,8 @@ protected:
         return codes;
     }
 
-    // A host read of the register image into a buffer that held something before; its result
-    // goes to readResult.
+    // A host read of the image into a buffer that held something before; its result goes to
+    // readResult.
     QByteArray read(int area, const char* address, int count, int station = 1) {
         QByteArray buffer("previous");
         readResult =
@@ -279,18 +225,16 @@ protected:
         return SetRegisterData(QString::fromLatin1("tag"), area, QString::fromLatin1(address),
                                station, &bytes, count, owner, item);
     }
-
-    // Replaces the cyclic read list by the blocks planned from `list`; their number.
-    int rebuild(QList<HOSTVAR> list) {
-        return ReCreatReadVarList(&list);
-    }
+    int rebuild(QList<HOSTVAR> list) { return ReCreatReadVarList(&list); }
 
     inline static ResultCalls results;
     inline static ErrorCalls errors;
-    ComInfo info;
+    // Block length 100, station 1, two retries, port 1, host tag 77.
+    ComInfo info{0, 0, 0, 0, 100, 0, 1, 2, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 77};
     plcsim::PlcModel plc{{1, 2, 3}};
     std::vector<QByteArray> sent;
     int readResult = -1;
 };
+#undef KORVAN_RESOLVE
 
 #endif

@@ -7,19 +7,16 @@
 
 namespace {
 
-class SimulatedLine : public Line {
-public:
-    explicit SimulatedLine(plcsim::PlcModel& plc) : plc_(plc) {}
+// A line whose far end is the PLC model: each frame sent is answered at once.
+struct SimulatedLine : Line {
+    explicit SimulatedLine(plcsim::PlcModel& model) : plc(model) {}
     void send(const QByteArray& bytes) override {
-        const plcsim::Reply r = plc_.handle(plcsim::Bytes(bytes.begin(), bytes.end()));
-        pending_ = QByteArray(reinterpret_cast<const char*>(r.bytes.data()),
-                              static_cast<int>(r.bytes.size()));
+        const plcsim::Bytes r = plc.handle(plcsim::Bytes(bytes.begin(), bytes.end())).bytes;
+        pending = QByteArray(reinterpret_cast<const char*>(r.data()), static_cast<int>(r.size()));
     }
-    QByteArray receive(int length) override { return pending_.left(length); }
-
-private:
-    plcsim::PlcModel& plc_;
-    QByteArray pending_;
+    QByteArray receive(int length) override { return pending.left(length); }
+    plcsim::PlcModel& plc;
+    QByteArray pending;
 };
 
 }  // namespace
