@@ -31,3 +31,21 @@ TEST(AddressParse, AgreesWithQStringToInt) {
         }
     }
 }
+
+// The values hosts rely on, under either Qt major: areas 0 and 1 octal, white space around and
+// a sign allowed, overflow and any other character refused, area 29 as word.bit in 32 bits.
+TEST(AddressParse, DefinedValues) {
+    // clang-format off
+    const std::tuple<int, const char*, int> cases[] = {
+        {0, "17", 15}, {1, "17", 15}, {0, "18", -1}, {0, " -17 ", -15}, {1, "20000000000", -1},
+        {5, "17", 17}, {-1, "250", 250}, {14, " +12 ", 12}, {14, "-12", -12}, {14, "", -1},
+        {14, "1 2", -1}, {14, "0x10", -1}, {14, "12a", -1}, {14, "2147483648", -1},
+        {14, "-2147483648", -2147483647 - 1}, {28, "2147483647", 2147483647}, {29, "10.3", 163},
+        {29, "3.20", 68}, {29, "10.", -1}, {29, ".3", -1}, {29, "10", -1}, {29, "1.2.3", -1},
+        {29, " 10 . 3 ", 163}, {29, "2147483647.15", -1}};
+    // clang-format on
+    for (const auto& [area, text, expected] : cases) {
+        EXPECT_EQ(StringAddressToInt(area, QString::fromLatin1(text)), expected)
+            << area << " '" << text << "'";
+    }
+}
