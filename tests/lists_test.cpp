@@ -59,12 +59,11 @@ TEST_F(Lists, NormalisingOnceReads) {
     EXPECT_EQ(listed(driver.onceReadList), "1/20/0+100 1/20/100+100 1/20/200+50");
     EXPECT_EQ(std::vector<int>({v.address, v.count, driver.onceReadList.at(0).mark, v.extra}),
               std::vector<int>({250, 50, 0, 0}));
-    RW_VAR again = hostVar(20, " 0", 250), otherItem = hostVar(20, "0", 100);
+    RW_VAR again = hostVar(20, " 0", 250);
     again.nameText = QString::fromLatin1("other");
     again.data = QByteArray("xy");
-    RW_VAR otherPort = otherItem;
-    otherItem.itemId = 1;
-    otherPort.port = 2;
+    const RW_VAR otherItem = owned(hostVar(20, "0", 100), 0, 1),
+                 otherPort = owned(hostVar(20, "0", 100), 0, 0, 2);
     EXPECT_EQ(
         std::vector<int>({AddListOnceReadVar(&again, 7), addOnce(otherItem), addOnce(otherPort),
                           addOnce(hostVar(0, "18", 1)), addOnce(hostVar(14, "-4", 1)),
@@ -175,4 +174,18 @@ TEST_F(Lists, RebuildReplacesTheListAndRestartsTheScan) {
               std::vector<int>({0, -1, 0, 3, 9, 0, 0, 0, 0}));
     EXPECT_EQ(e.nameText + e.addressText + driver.readList.last().nameText,
               QString::fromLatin1("level35a"));
+}
+
+// Bubble_Sort gives the order of an exchange sort on a strict compare: equal addresses keep their
+// order.
+TEST_F(Lists, BubbleSortKeepsEqualAddressesInOrder) {
+    QList<RW_VAR> list;
+    for (int i = 0; i < 40; ++i) {
+        list.append(owned(var(14, i * 7919 % 11 - 5, 1), 0, i));
+    }
+    Bubble_Sort(&list);
+    for (int i = 1; i < 40; ++i) {
+        EXPECT_LT(std::make_pair(list.at(i - 1).address, list.at(i - 1).itemId),
+                  std::make_pair(list.at(i).address, list.at(i).itemId));
+    }
 }
