@@ -1,5 +1,9 @@
 // The host interface of the loaded library: the driver object at load, the configuration entry
 // points, the helpers no exchange uses, and the copy of a record DataCom hands back.
+#include <QtCore/QFile>
+
+#include <regex>
+
 #include "loaded_driver.h"
 
 class HostInterface : public DriverTest {};
@@ -64,4 +68,59 @@ TEST_F(HostInterface, PassRetValueCopiesEverythingButThePayload) {
     passRetValue(from, to);
     EXPECT_EQ(fields(to), fields(from));
     EXPECT_TRUE(to.data.isEmpty());
+}
+
+// The three member operations: bit areas become the 16-bit words that cover their bits (area 29
+// becomes 14), with 32-bit arithmetic; the image keeps area 29 under 14.
+TEST_F(HostInterface, MemberOperationsNormaliseBitAddresses) {
+    const auto update = exported<void (*)(Communication_Protocol*, RW_VAR*)>(
+        symbolOf("Communication_Protocol::update_rw_var").c_str());
+    const auto cacheArea = exported<int (*)(Communication_Protocol*, int)>(
+        symbolOf("Communication_Protocol::get_plc_reg").c_str());
+    // area, address, count, then as normalised
+    const std::array<int, 6> cases[] = {
+        {2, 35, 20, 2, 2, 2},
+        {0, 15, 2, 0, 0, 2},
+        {0, 32, 0, 0, 2, 0},
+        {13, 33, 0, 13, 2, 1},
+        {29, 165, 1, 14, 10, 1},
+        {3, -17, 1, 3, -2, 1},
+        {14, 1234, 17, 14, 1234, 17},
+        {-1, 99, 3, -1, 99, 3},
+        {3, 15, 2147483647, 3, 0, static_cast<int>(0x80000000u + 29u) >> 4}};
+    for (const auto& c : cases) {
+        RW_VAR v = var(c[0], c[1], c[2]);
+        update(&driver, &v);
+        EXPECT_EQ((std::array<int, 3>{v.area, v.address, v.count}),
+                  (std::array<int, 3>{c[3], c[4], c[5]}))
+            << c[0] << " " << c[1];
+    }
+    update(&driver, nullptr);
+    EXPECT_EQ(std::vector<int>({cacheArea(&driver, 14), cacheArea(&driver, 29),
+                                cacheArea(&driver, 0), cacheArea(&driver, -3)}),
+              std::vector<int>({14, 14, 0, -3}));
+}
+
+// A host that installs the driver's handler gets its messages appended to the log file, one
+// stamped line each (milliseconds without leading zeros under either Qt major).
+TEST_F(HostInterface, MessageHandlerAppendsStampedLines) {
+    QFile log(QString::fromLatin1("/tmp/debug.log"));
+    ASSERT_TRUE(log.open(QIODevice::WriteOnly));
+    log.write("earlier\n");
+    log.close();
+    const QtMsgHandler previous = qInstallMsgHandler(customMessageHandler);
+    qDebug("panel %d started", 7);
+    qInstallMsgHandler(previous);
+    customMessageHandler(QtFatalMsg, "line one");  // fatal is logged and the handler returns
+    customMessageHandler(QtWarningMsg, nullptr);
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    const QList<QByteArray> lines = log.readAll().split('\n');
+    ASSERT_EQ(lines.size(), 5);  // the earlier line, three new ones, the final newline
+    const std::regex stamp(R"(^\d{4}\.\d\d\.\d\d\.\d\d:\d\d:\d\d\.([1-9]\d{0,2}|0):)");
+    const char* const texts[] = {"earlier", "panel 7 started", "line one", ""};
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_TRUE(lines[i].endsWith(texts[i]) &&
+                    (i == 0 || std::regex_search(lines[i].constData(), stamp)))
+            << lines[i].data();
+    }
 }
