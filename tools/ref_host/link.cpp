@@ -79,10 +79,11 @@ const tools::Bytes& Link::exchange(const std::uint8_t* request, std::size_t leng
 }
 
 void Link::dropLateReply(std::size_t length, int timeoutMs) {
+    // The last reply stays as it was: it is still to be shown.
     dropped_.clear();
-    tools::readFor(fd_.get(), length, timeoutMs, dropped_, reply_);
-    dropped_.insert(dropped_.end(), reply_.begin(), reply_.end());
-    reply_.clear();
+    tools::Bytes beyond;
+    tools::readFor(fd_.get(), length, timeoutMs, dropped_, beyond);
+    dropped_.insert(dropped_.end(), beyond.begin(), beyond.end());
     capture_.dropped(dropped_.data(), dropped_.size());
     overrun_ = !dropped_.empty();
 }
