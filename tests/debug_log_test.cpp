@@ -1,8 +1,21 @@
-// The debug log's time stamp: milliseconds without leading zeros under either Qt major (Qt 5's own
-// "z" pads them to three digits).
+// The debug log: its time stamp (milliseconds without leading zeros under either Qt major, Qt 5's
+// own "z" pads them to three digits), and what it refuses to write to.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+
 #include "driver/debug_log.h"
+
+namespace {
 
 TEST(DebugLog, MillisecondsHaveNoLeadingZeros) {
     const QDate day(2026, 1, 2);
@@ -13,3 +26,91 @@ TEST(DebugLog, MillisecondsHaveNoLeadingZeros) {
                   QString::fromLatin1(stamp));
     }
 }
+
+std::string contents(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+// The log lives in a folder every user may write. Whatever another user leaves at its path, the
+// handler writes only to a regular file of its own user with no other name, never follows a
+// link, never waits for a FIFO's reader and never raises SIGPIPE; a file it makes is its user's
+// alone. `make` prepares the path; `check` looks at the outcome.
+TEST(DebugLog, WritesOnlyARegularFileOfItsOwn) {
+    char folder[] = "/tmp/korvan_log.XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string dir = folder, log = dir + "/debug.log", other = dir + "/other";
+    const bool root = geteuid() == 0;
+    int reader = -1;  // a FIFO's reader
+
+    const auto existing = [&] { std::ofstream(log) << "earlier\n"; };
+    const auto aside = [&] { std::ofstream(other) << "kept\n"; };
+    const auto appended = [&] {
+        const std::string text = contents(log);
+        EXPECT_EQ(text.rfind("earlier\n", 0), 0u) << text;
+        EXPECT_EQ(text.size() - text.find(":one\n"), 5u) << text;
+    };
+    const auto untouched = [&] { EXPECT_EQ(contents(other), "kept\n"); };
+    struct Case {
+        const char* what;
+        std::function<void()> make, check;
+    };
+    const Case cases[] = {
+        {"a new file, its user's alone", [] {},
+         [&] {
+             struct stat st {};
+             ASSERT_EQ(stat(log.c_str(), &st), 0);
+             EXPECT_EQ(st.st_mode & 0777, 0600u);
+             EXPECT_NE(contents(log).find(":one\n"), std::string::npos);
+         }},
+        {"an existing file", existing, appended},
+        {"a link to another file", [&] { aside(), symlink(other.c_str(), log.c_str()); },
+         untouched},
+        {"a dangling link", [&] { symlink(other.c_str(), log.c_str()); },
+         [&] { EXPECT_NE(access(other.c_str(), F_OK), 0); }},
+        {"a second name of another file", [&] { aside(), link(other.c_str(), log.c_str()); },
+         untouched},
+        {"a FIFO nobody reads", [&] { mkfifo(log.c_str(), 0600); }, [] {}},
+        {"a FIFO with a reader, who may go away at any time",
+         [&] {
+             mkfifo(log.c_str(), 0600);
+             reader = open(log.c_str(), O_RDONLY | O_NONBLOCK);
+         },
+         [&] {
+             char byte;
+             EXPECT_LE(read(reader, &byte, 1), 0);
+             close(reader);
+         }},
+        {"a directory", [&] { mkdir(log.c_str(), 0700); }, [] {}},
+        {"a file of another user",
+         [&] {
+             existing();
+             if (root) {
+                 EXPECT_EQ(chown(log.c_str(), 65534, 65534), 0);
+             }
+         },
+         [&] {
+             if (root) {
+                 EXPECT_EQ(contents(log), "earlier\n");
+             }
+         }},
+    };
+    // A write to a FIFO whose reader has gone would end the process here.
+    const auto previousPipe = std::signal(SIGPIPE, SIG_DFL);
+    const mode_t previousMask = umask(0);  // the mode comes from the handler alone
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        c.make();
+        appendDebugLogLine(log.c_str(), "one");
+        c.check();
+        for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+            std::filesystem::remove_all(entry.path());
+        }
+    }
+    umask(previousMask);
+    std::signal(SIGPIPE, previousPipe);
+    rmdir(folder);
+}
+
+}  // namespace
