@@ -15,10 +15,6 @@
 
 #include "korvan_qa_qb_series_port.h"
 
-// Capacity of writeList, and of onceReadList when it is filled by the normalising mode.
-constexpr int kMaxListEntries = 2048;
-// SetComInfo lowers a larger ComInfo::maxUnits to this.
-constexpr int kMaxUnitsCap = 100;
 // Block length used wherever the driver splits by a block length. Nothing bounds maxUnits from
 // below, and a length below 1 would make no progress, so such a value counts as 1.
 inline int effectiveBlockLength(int max) {
@@ -30,14 +26,6 @@ inline int effectiveMaxUnits(const ComInfo& info) {
 
 // Size of the buffer in which local frames are assembled.
 constexpr int kFrameBufSize = 2048;
-
-// What GetRegisterData, SetRegisterData and AddListOnceReadVar return for an address text that
-// does not parse (and, for the last two, without a port record).
-constexpr int kAddressNotParsed = 0;
-
-// Values of RW_VAR::direction.
-constexpr int kReadRequest = 0;
-constexpr int kWriteRequest = 1;
 
 // Values of currentSource: which list the current exchange came from.
 constexpr int kSourceReadList = 0;

@@ -8,14 +8,10 @@
 
 #include <QtCore/QtGlobal>
 
-constexpr int kFirstOctalArea = 0;
-constexpr int kLastOctalArea = 1;
-constexpr int kLastBitArea = 13;
-constexpr int kFirstWordArea = 14;
-constexpr int kLastWordArea = 28;
-constexpr int kBitOfWordArea = 29;
+#include "korvan_qa_qb_series_port.h"
+
 // Area whose words hold the bits of area 29.
-constexpr int kBitOfWordHostArea = kFirstWordArea;
+constexpr int kBitOfWordHostArea = korvan::kAreaFirstWord;
 // Bytes of one word of a word area, in host buffers, payloads and replies alike.
 constexpr int kBytesPerWord = 2;
 // Bits of one word.
@@ -25,17 +21,17 @@ constexpr int kBitNumberMask = kBitsPerWord - 1;
 constexpr int kWordOfBitShift = 4;
 
 constexpr bool isBitArea(int area) {
-    return area >= 0 && area <= kLastBitArea;
+    return area >= 0 && area <= korvan::kAreaLastBit;
 }
 constexpr bool isWordArea(int area) {
-    return area >= kFirstWordArea && area <= kLastWordArea;
+    return area >= korvan::kAreaFirstWord && area <= korvan::kAreaLastWord;
 }
 constexpr bool isOctalArea(int area) {
-    return area >= kFirstOctalArea && area <= kLastOctalArea;
+    return area >= korvan::kAreaFirstBit && area <= korvan::kAreaLastOctal;
 }
 // Area under which data of `area` live in the register image: 14 for areas 14 and 29.
 constexpr int imageArea(int area) {
-    return area == kBitOfWordArea ? kBitOfWordHostArea : area;
+    return area == korvan::kAreaBitOfWord ? kBitOfWordHostArea : area;
 }
 
 // The mask of bit `bitAddress` within the word that holds it.

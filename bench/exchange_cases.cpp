@@ -12,7 +12,6 @@ namespace bench {
 
 namespace {
 
-constexpr int kBitOfWordArea = 29;
 constexpr int kRemotePort = 2;
 constexpr std::size_t kSettlingRounds = 3;
 constexpr int kChangingReplies = 16;
@@ -123,7 +122,7 @@ ExchangeCase ExchangeCase::write() {
 ExchangeCase ExchangeCase::bitInWord() {
     resetDriver();
     ExchangeCase c(Kind::BitInWord);
-    c.record_ = variable(kBitOfWordArea, 163, 1);
+    c.record_ = variable(korvan::kAreaBitOfWord, 163, 1);
     c.record_.direction = 1;
     c.record_.data = QByteArray(1, '\1');
     PLC_driver.writeList.append(c.record_);

@@ -32,7 +32,7 @@ QList<HOSTVAR> panelVariables(int size) {
         var.area = static_cast<quint8>(kAreas[areaIndex(rng)]);
         var.station = static_cast<quint8>(station(rng));
         var.count = count(rng);
-        if (var.area == kBitOfWordArea) {
+        if (var.area == korvan::kAreaBitOfWord) {
             var.addressText = QString::fromLatin1("%1.%2").arg(word(rng)).arg(bit(rng));
         } else {
             const int base = isOctalArea(var.area) ? 8 : 10;
@@ -45,7 +45,7 @@ QList<HOSTVAR> panelVariables(int size) {
 
 void usePlanningPort(ComInfo& info) {
     info = ComInfo();
-    info.maxUnits = kMaxUnitsCap;
+    info.maxUnits = korvan::kMaxUnitsCap;
     info.perVarStation = 1;
     info.portId = 1;
     SetComInfo(&info);

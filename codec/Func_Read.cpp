@@ -20,7 +20,7 @@ constexpr int kReadCrcAt = 8;
 
 Protocol readRequest(const RW_VAR& var, unsigned char* f) {
     const bool bits =
-        static_cast<unsigned int>(var.area) <= static_cast<unsigned int>(kLastBitArea);
+        static_cast<unsigned int>(var.area) <= static_cast<unsigned int>(korvan::kAreaLastBit);
     const unsigned int first =
         static_cast<unsigned int>(bits ? wrapMul(var.address, kBitsPerWord) : var.address);
     const unsigned int units =
@@ -39,13 +39,8 @@ Protocol readRequest(const RW_VAR& var, unsigned char* f) {
     f[kReadCrcAt + 1] = static_cast<unsigned char>(crc >> 8);
 
     const int dataLength = wrapMul(var.count, kBytesPerWord);
-    return Protocol{QByteArray(reinterpret_cast<const char*>(f), kReadFrameLength),
-                    kReadFrameLength,
-                    wrapAdd(dataLength, kReplyOverhead),
-                    kReplyHeaderLength,
-                    dataLength,
-                    var,
-                    {}};
+    return makeRequest(QByteArray(reinterpret_cast<const char*>(f), kReadFrameLength),
+                       wrapAdd(dataLength, kReplyOverhead), kReplyHeaderLength, dataLength, var);
 }
 
 void read_register(const RW_VAR& var) {

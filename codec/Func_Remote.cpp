@@ -57,18 +57,15 @@ Protocol remoteReadRequest(const RW_VAR& var) {
     QByteArray frame = remoteHeader(var);
     closeRemoteFrame(frame);
     const int dataLength = wrapMul(var.count, kBytesPerWord);
-    const int length = frame.size();
-    return Protocol{
-        frame, length, wrapAdd(dataLength, kReplyOverhead), kReplyHeaderLength, dataLength,
-        var,   {}};
+    return makeRequest(frame, wrapAdd(dataLength, kReplyOverhead), kReplyHeaderLength, dataLength,
+                       var);
 }
 
 Protocol remoteWriteRequest(const RW_VAR& var) {
     QByteArray frame = remoteHeader(var);
     frame.append(var.data);
     closeRemoteFrame(frame);
-    const int length = frame.size();
-    return Protocol{frame, length, writeReplyLength(var.station), 0, 0, var, {}};
+    return makeRequest(frame, writeReplyLength(var.station), 0, 0, var);
 }
 
 void Remote_ReadVar(const RW_VAR& var) {

@@ -46,7 +46,7 @@ int wirePayloadLength(const RW_VAR& var) {
 }  // namespace
 
 bool fitsLocalWriteFrame(const RW_VAR& var) {
-    return var.area == kBitOfWordArea || wirePayloadLength(var) <= kLargestLocalPayload;
+    return var.area == korvan::kAreaBitOfWord || wirePayloadLength(var) <= kLargestLocalPayload;
 }
 
 Protocol writeRequest(const RW_VAR& var, unsigned char* f) {
@@ -74,13 +74,8 @@ Protocol writeRequest(const RW_VAR& var, unsigned char* f) {
     f[crcAt + 1] = static_cast<unsigned char>(crc >> 8);
 
     const int frameLength = crcAt + kCrcLength;
-    return Protocol{QByteArray(reinterpret_cast<const char*>(f), frameLength),
-                    frameLength,
-                    writeReplyLength(var.station),
-                    0,
-                    0,
-                    var,
-                    {}};
+    return makeRequest(QByteArray(reinterpret_cast<const char*>(f), frameLength),
+                       writeReplyLength(var.station), 0, 0, var);
 }
 
 // The scheduler never hands over a record that does not fit; one that does not queues nothing.

@@ -44,8 +44,8 @@ BitWordWrite bitWordWriteRequests(const RW_VAR& var, unsigned char* f) {
     wordRead.count = kOneWord;
     requests.read = readRequest(wordRead, f);
     requests.read.var = var;
-    requests.read.var.direction = kReadRequest;
-    requests.read.var.mark = kMarkBitWordRead;
+    requests.read.var.direction = korvan::kDirectionRead;
+    requests.read.var.mark = korvan::kMarkBitOfWordRead;
 
     putWriteHeader(f, var.station, kWriteWords, kBitOfWordHostArea, word, kOneWord, kBytesPerWord);
     memset(f + kWordAt, 0, kWriteFrameLength - kWordAt);
@@ -54,7 +54,7 @@ BitWordWrite bitWordWriteRequests(const RW_VAR& var, unsigned char* f) {
     write.sendLength = kWriteFrameLength;
     write.replyLength = kWriteReplyLength;
     write.var = var;
-    write.var.direction = kWriteRequest;
+    write.var.direction = korvan::kDirectionWrite;
     write.var.mark = kNoMark;
     return requests;
 }

@@ -11,10 +11,6 @@
 
 #include "korvan_qa_qb_series_port.h"
 
-// RW_VAR::mark of the word read that precedes the write; its reply completes the write frame
-// instead of being stored.
-constexpr int kMarkBitWordRead = -1;
-
 // The value a bit-of-word record writes: on when its first payload byte is non-zero. An empty
 // payload clears the bit, the same in the image as on the wire.
 inline bool bitOfWordValue(const RW_VAR& record) {

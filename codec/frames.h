@@ -32,6 +32,19 @@ constexpr int writeReplyLength(int station) {
     return station == kBroadcastStation ? 0 : kWriteReplyLength;
 }
 
+// A request for `var`: `frame` sent whole, and the reply it expects.
+inline Protocol makeRequest(const QByteArray& frame, int replyLength, int dataOffset,
+                            int dataLength, const RW_VAR& var) {
+    Protocol p;
+    p.frame = frame;
+    p.sendLength = frame.size();
+    p.replyLength = replyLength;
+    p.dataOffset = dataOffset;
+    p.dataLength = dataLength;
+    p.var = var;
+    return p;
+}
+
 // The verdict on `reply` to a request for `request`: its station byte and its CRC. Function code,
 // byte count and length are not examined; reply handling has compared the length already. A
 // request to station 0 is answered by nobody, so any reply, even none, passes.

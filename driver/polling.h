@@ -18,12 +18,6 @@ enum ReplyKind {
     kRemoteWrongLength = 7,
 };
 
-// Result codes of a good reply, and of a failure while judging one.
-constexpr int kResultLocalGood = 1;
-constexpr int kResultRemoteGood = 100;
-constexpr int kResultRetryPending = 0;
-constexpr int kResultJudgingFailed = 71;
-
 // The result code of a verdict kind on a reply to a request of `ownerId`: failures carry the
 // owner, for owners 0..11.
 int resultCode(int kind, int ownerId);

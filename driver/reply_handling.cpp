@@ -17,10 +17,6 @@
 
 namespace {
 
-constexpr int kStatusDone = 1;
-constexpr int kStatusFailed = 2;
-constexpr int kErrorFlagAbandoned = 1;
-
 bool sameHostVariable(const RW_VAR& a, const RW_VAR& b) {
     return a.ownerId == b.ownerId && a.itemId == b.itemId;
 }
@@ -42,7 +38,7 @@ void notify(const Communication_Protocol& d, const QList<RW_VAR>& list, const Co
         morePieces = sameHostVariable(later, entry) && later.port == info.portId;
     }
     if (!morePieces || failed) {
-        reportResult(d, info, entry, failed ? kStatusFailed : kStatusDone);
+        reportResult(d, info, entry, failed ? korvan::kStatusFailed : korvan::kStatusDone);
     }
 }
 
@@ -82,7 +78,7 @@ void complete(Communication_Protocol& d, const ComInfo& info, bool local, bool f
 void reportAbandoned(Communication_Protocol& d, const ComInfo& info) {
     if (d.errorCallback != nullptr) {
         QList<RW_VAR> nothing;
-        d.errorCallback(&nothing, d.retVar.ownerId, kErrorFlagAbandoned);
+        d.errorCallback(&nothing, d.retVar.ownerId, korvan::kErrorFlag);
     }
     if (d.currentSource == kSourceWriteList || d.currentSource == kSourceOnceReadList) {
         purge(*sourceList(d), d.retVar, info.perVarStation != 0);
@@ -127,7 +123,7 @@ RW_VAR* advance(Communication_Protocol& d, ComInfo& info, int code, bool local) 
 // abandoned, and the host hears of it through both callbacks.
 RW_VAR* retryOrAbandon(Communication_Protocol& d, ComInfo& info, int code, bool local) {
     if (retryExchange(d.requestQueue, info)) {
-        return finish(d, kResultRetryPending);
+        return finish(d, korvan::kResultRetry);
     }
     setCommFailed(true);
     MutexLock lock(d.listMutex);
@@ -144,13 +140,13 @@ RW_VAR* retryOrAbandon(Communication_Protocol& d, ComInfo& info, int code, bool 
 void refuseFrontWrite(Communication_Protocol& d, const ComInfo& info) {
     QList<RW_VAR>& list = d.writeList;
     const RW_VAR refused = list.first();
-    reportResult(d, info, refused, kStatusFailed);
+    reportResult(d, info, refused, korvan::kStatusFailed);
     purge(list, refused, info.perVarStation != 0);
 }
 
 RW_VAR* DataCom(QByteArray* reply, int length) {
     Communication_Protocol& d = PLC_driver;
-    d.retVar.result = kResultLocalGood;
+    d.retVar.result = korvan::kResultGood;
     ComInfo* info = d.comInfo;
     if (d.requestQueue.isEmpty() || info == nullptr) {
         return &d.retVar;
@@ -158,13 +154,13 @@ RW_VAR* DataCom(QByteArray* reply, int length) {
 
     const Protocol& head = d.requestQueue.first();
     bool local = head.var.port == info->portId;
-    int code = kResultJudgingFailed;
+    int code = korvan::kResultJudgingFailed;
     try {
         code = local ? judgeLocalReply(d, head, reply, length)
                      : judgeRemoteReply(d, head, reply, length);
     } catch (...) {
         local = true;  // judged as a bad local reply
     }
-    const bool good = code == kResultLocalGood || code == kResultRemoteGood;
+    const bool good = code == korvan::kResultGood || code == korvan::kResultRemoteGood;
     return good ? advance(d, *info, code, local) : retryOrAbandon(d, *info, code, local);
 }

@@ -71,7 +71,7 @@ int judgeLocalReply(Communication_Protocol& d, const Protocol& head, const QByte
     if (verdict == kReplyStore) {
         // The word read of a bit-of-word write completes the queued write frame and stores
         // nothing; it asks writeList under listMutex, which cacheMutex must not enclose.
-        if (head.var.mark == kMarkBitWordRead) {
+        if (head.var.mark == korvan::kMarkBitOfWordRead) {
             completePendingBitWordWrite(d, bytes);
         } else {
             MutexLock lock(d.cacheMutex);
@@ -99,7 +99,7 @@ int judgeRemoteReply(Communication_Protocol& d, const Protocol& head, const QByt
     if (!isValid(checkReply(head.var, &bytes))) {
         return resultCode(kRemoteInvalid, owner);
     }
-    if (head.var.mark != kMarkBitWordRead) {
+    if (head.var.mark != korvan::kMarkBitOfWordRead) {
         return resultCode(kRemoteGood, owner);
     }
     completePendingBitWordWrite(d, bytes);

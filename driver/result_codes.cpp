@@ -7,22 +7,9 @@
 
 namespace {
 
-constexpr int kHighestOffsetOwner = 11;
 constexpr int kUnknownKindResult = 200;
 // The owner of the head request when nothing is queued: one without an offset of its own.
 constexpr int kNoOwner = -1;
-
-// Failure bases by verdict kind; good kinds carry no offset.
-constexpr int kLocalInvalidBase = 10;
-constexpr int kLocalNothingBase = 40;
-constexpr int kLocalLengthBase = 70;
-constexpr int kRemoteInvalidBase = 110;
-constexpr int kRemoteNothingBase = 140;
-constexpr int kRemoteLengthBase = 170;
-
-int withOwner(int base, int ownerId) {
-    return ownerId >= 0 && ownerId <= kHighestOffsetOwner ? base + ownerId + 1 : base + 1;
-}
 
 int headOwner() {
     const QList<Protocol>& queue = PLC_driver.requestQueue;
@@ -34,28 +21,28 @@ int headOwner() {
 int resultCode(int kind, int ownerId) {
     switch (kind) {
         case kLocalGood:
-            return kResultLocalGood;
+            return korvan::kResultGood;
         case kLocalInvalid:
-            return withOwner(kLocalInvalidBase, ownerId);
+            return korvan::failureCode(korvan::kFailLocalInvalid, ownerId);
         case kLocalNothingReceived:
-            return withOwner(kLocalNothingBase, ownerId);
+            return korvan::failureCode(korvan::kFailLocalSilent, ownerId);
         case kLocalWrongLength:
-            return withOwner(kLocalLengthBase, ownerId);
+            return korvan::failureCode(korvan::kFailLocalLength, ownerId);
         case kRemoteGood:
-            return kResultRemoteGood;
+            return korvan::kResultRemoteGood;
         case kRemoteInvalid:
-            return withOwner(kRemoteInvalidBase, ownerId);
+            return korvan::failureCode(korvan::kFailRemoteInvalid, ownerId);
         case kRemoteNothingReceived:
-            return withOwner(kRemoteNothingBase, ownerId);
+            return korvan::failureCode(korvan::kFailRemoteSilent, ownerId);
         case kRemoteWrongLength:
-            return withOwner(kRemoteLengthBase, ownerId);
+            return korvan::failureCode(korvan::kFailRemoteLength, ownerId);
         default:
             return kUnknownKindResult;
     }
 }
 
 int SwitchErrorReturn(int base) {
-    return withOwner(base, headOwner());
+    return korvan::failureCode(base, headOwner());
 }
 
 int GetDriverReturnValue(int kind) {

@@ -8,16 +8,13 @@
 
 namespace {
 
-constexpr int kSwitchOff = 0;
-constexpr int kSwitchOn = 1;
-
 void switchStation(int station, int enable) {
     MutexLock lock(PLC_driver.stationMutex);
     if (station < 0) {
         PLC_driver.stationMap.clear();  // every station is served again
-    } else if (enable == kSwitchOff) {
+    } else if (enable == korvan::kStationOff) {
         PLC_driver.stationMap.insert(station, 0);
-    } else if (enable == kSwitchOn) {
+    } else if (enable == korvan::kStationOn) {
         PLC_driver.stationMap.remove(station);
     }
 }

@@ -13,7 +13,7 @@
 #include "codec/frames.h"
 
 void write_register(const RW_VAR& var) {
-    if (var.area == kBitOfWordArea) {
+    if (var.area == korvan::kAreaBitOfWord) {
         write_analog_bit(var);
     } else {
         write_analog(var);

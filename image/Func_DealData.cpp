@@ -22,7 +22,7 @@ void storeReply(QHash<quint64, quint16>& cache, const Protocol& request, const Q
     const auto* bytes = reinterpret_cast<const unsigned char*>(reply.constData());
     quint64 key = cacheKey(cacheKeyBase(request.var.station, area), request.var.address);
     qint64 at = request.dataOffset;
-    if (static_cast<unsigned int>(area) <= static_cast<unsigned int>(kLastBitArea)) {
+    if (static_cast<unsigned int>(area) <= static_cast<unsigned int>(korvan::kAreaLastBit)) {
         for (; at + kBytesPerWord <= end; at += kBytesPerWord, ++key) {
             cache.insert(key, static_cast<quint16>(bytes[at] | bytes[at + 1] << 8));
         }
@@ -55,7 +55,7 @@ void SaveToLocalDataErea(QByteArray* reply) {
         return;
     }
     const Protocol& request = d.requestQueue.first();
-    if (request.var.mark == kMarkBitWordRead) {
+    if (request.var.mark == korvan::kMarkBitOfWordRead) {
         SpecialRegisterSave(reply);
     } else {
         storeReply(d.registerCache, request, *reply);

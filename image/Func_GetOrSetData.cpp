@@ -19,14 +19,12 @@
 
 namespace {
 
-// GetRegisterData's result for a parsed address.
-constexpr int kReadDone = 1;
 // The longest byte array Qt can allocate: its block, with header and terminator, must stay within
 // INT_MAX bytes. Asking for more would only end in a failed allocation.
 constexpr qint64 kLargestBuffer = INT_MAX - 64;
 
 bool isBitForm(int area) {
-    return isBitArea(area) || area == kBitOfWordArea;
+    return isBitArea(area) || area == korvan::kAreaBitOfWord;
 }
 
 // Bytes of the host's buffer for `count` units: one per bit in the bit forms, two per unit
@@ -67,7 +65,7 @@ void readWords(QByteArray& buffer, quint64 base, qint64 first, int count) {
 int GetRegisterData(QString, int area, QString address, int station, QByteArray* buffer,
                     int count) {
     if (buffer == nullptr) {
-        return kAddressNotParsed;
+        return korvan::kAddressNotParsed;
     }
     const int first = StringAddressToInt(area, address);
     const bool valid = first >= 0;
@@ -79,17 +77,17 @@ int GetRegisterData(QString, int area, QString address, int station, QByteArray*
         } catch (...) {
             buffer->clear();  // out of memory to detach a shared buffer: nothing
         }
-        return valid ? kReadDone : kAddressNotParsed;
+        return valid ? korvan::kReadDone : korvan::kAddressNotParsed;
     }
     // No units, or more than a byte array can hold: an empty buffer.
     const qint64 size = bufferSize(bitForm, count);
     if (count == 0 || size < 0) {
         buffer->clear();
-        return valid ? kReadDone : kAddressNotParsed;
+        return valid ? korvan::kReadDone : korvan::kAddressNotParsed;
     }
     if (!valid) {
         buffer->fill(0, static_cast<int>(size));
-        return kAddressNotParsed;
+        return korvan::kAddressNotParsed;
     }
     const ComInfo* info = PLC_driver.comInfo;
     if (info != nullptr && info->perVarStation == 0) {
@@ -109,7 +107,7 @@ int GetRegisterData(QString, int area, QString address, int station, QByteArray*
         // Out of memory for the buffer: the host gets nothing rather than a partial value.
         buffer->clear();
     }
-    return kReadDone;
+    return korvan::kReadDone;
 }
 
 // Host writes: SetRegisterData cuts a value into write records no longer than the port's block
@@ -121,8 +119,6 @@ int GetRegisterData(QString, int area, QString address, int station, QByteArray*
 
 namespace {
 
-// ComInfo::writeMode that sends host writes to the PLC; any other value updates the image only.
-constexpr int kWriteThrough = 2;
 constexpr int kBitsPerByte = 8;
 // Far beyond any panel's variable. A longer write is refused whole, so that the work one call
 // can cause stays bounded.
@@ -160,7 +156,7 @@ struct WriteSettings {
 // A record for the PLC is queued (the caller holds listMutex); the image shows it at once when
 // it is not for the PLC, or while the link is down (write_register does not mirror then).
 void issue(RW_VAR& record, const WriteSettings& settings) {
-    if (settings.writeMode == kWriteThrough) {
+    if (settings.writeMode == korvan::kWriteToPlc) {
         appendWrite(PLC_driver.writeList, record);
         if (!isCommFailed()) {
             return;
@@ -229,7 +225,7 @@ void issueAll(RW_VAR& record, const HostBuffer& in, int count, const WriteSettin
             issueBits(record, in, count, settings);
         } else if (isWordArea(record.area)) {
             issueWords(record, in, count, settings);
-        } else if (record.area == kBitOfWordArea) {
+        } else if (record.area == korvan::kAreaBitOfWord) {
             issueBitsOfWords(record, in, count, settings);
         }
     } catch (...) {
@@ -248,7 +244,7 @@ int SetRegisterData(QString nameText, int area, QString address, int station, QB
     const int first = StringAddressToInt(area, address);
     const ComInfo* info = PLC_driver.comInfo;
     if (first < 0 || info == nullptr) {
-        return kAddressNotParsed;
+        return korvan::kAddressNotParsed;
     }
     if (count > kMostUnitsPerWrite) {
         return writeListSize();
@@ -260,7 +256,7 @@ int SetRegisterData(QString nameText, int area, QString address, int station, QB
     RW_VAR record;
     record.ownerId = ownerId;
     record.itemId = itemId;
-    record.direction = kWriteRequest;
+    record.direction = korvan::kDirectionWrite;
     record.remoteMode = info->remoteMode;
     record.port = info->portId;
     record.nameText = nameText;
@@ -271,7 +267,7 @@ int SetRegisterData(QString nameText, int area, QString address, int station, QB
     record.count = 1;
 
     const HostBuffer in(values);
-    if (settings.writeMode != kWriteThrough) {
+    if (settings.writeMode != korvan::kWriteToPlc) {
         issueAll(record, in, count, settings);
         return writeListSize();
     }
@@ -306,7 +302,7 @@ void write_data_to_local(const RW_VAR& record) {
             cache.insert(key + static_cast<quint64>(u / kBytesPerWord),
                          static_cast<quint16>(low | high << 8));
         }
-    } else if (record.area == kBitOfWordArea) {
+    } else if (record.area == korvan::kAreaBitOfWord) {
         mirrorBit(cache, base, first, bitOfWordValue(record));
     }
 }

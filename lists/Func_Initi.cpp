@@ -24,8 +24,8 @@ void SetComInfo(ComInfo* info) {
     }
     info->clearedWord13 = 0;
     info->clearedWord10 = 0;
-    if (info->maxUnits > kMaxUnitsCap) {
-        info->maxUnits = kMaxUnitsCap;
+    if (info->maxUnits > korvan::kMaxUnitsCap) {
+        info->maxUnits = korvan::kMaxUnitsCap;
     }
 }
 
@@ -110,7 +110,7 @@ int StringAddressToInt(int area, QString text) {
     if (isOctalArea(area)) {
         return parseInt(text, 8);
     }
-    if (area == kBitOfWordArea) {
+    if (area == korvan::kAreaBitOfWord) {
         return parseBitOfWord(text);
     }
     return parseInt(text, 10);
@@ -155,7 +155,7 @@ void appendOnceReadPieces(QList<RW_VAR>& list, RW_VAR* var, int max) {
         return;
     }
     const int start = var->address;
-    for (int remaining = total; remaining > 0 && list.size() < kMaxListEntries;) {
+    for (int remaining = total; remaining > 0 && list.size() < korvan::kListCapacity;) {
         const int piece = remaining >= max ? max : remaining;
         var->count = piece;
         if (!containsOnceRead(list, *var)) {
@@ -171,11 +171,11 @@ void appendOnceReadPieces(QList<RW_VAR>& list, RW_VAR* var, int max) {
 int addOnceReadNormalised(RW_VAR* var) {
     const ComInfo* info = PLC_driver.comInfo;
     if (info == nullptr || var == nullptr) {
-        return kAddressNotParsed;
+        return korvan::kAddressNotParsed;
     }
     const int address = StringAddressToInt(var->area, var->addressText);
     if (address < 0) {
-        return kAddressNotParsed;
+        return korvan::kAddressNotParsed;
     }
     var->station = info->perVarStation == 0 ? info->defaultStation : var->station;
     var->address = address;
@@ -301,7 +301,7 @@ RW_VAR readEntry(const HOSTVAR& host, const PlannedVar& var, const ComInfo& info
     RW_VAR entry;
     entry.ownerId = kRebuildOwnerId;
     entry.itemId = kRebuildItemId;
-    entry.direction = kReadRequest;
+    entry.direction = korvan::kDirectionRead;
     entry.remoteMode = info.remoteMode;
     entry.port = info.portId;
     entry.nameText = host.nameText;

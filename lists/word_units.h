@@ -8,7 +8,7 @@
 // Converts a bit area's address and count (bits) to the words that cover them; area 29 becomes
 // 14. Word areas, and areas outside 0..29, are left as they are.
 inline void toWordUnits(int& area, int& address, int& count) {
-    const bool bitOfWord = area == kBitOfWordArea;
+    const bool bitOfWord = area == korvan::kAreaBitOfWord;
     if (!isBitArea(area) && !bitOfWord) {
         return;
     }

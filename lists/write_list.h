@@ -6,10 +6,10 @@
 
 #include "base/Communication_Protocol.h"
 
-// Appends a copy of `record` unless the list holds kMaxListEntries already: a full list drops
+// Appends a copy of `record` unless the list holds korvan::kListCapacity already: a full list drops
 // further records without notice. The caller holds listMutex.
 inline void appendWrite(QList<RW_VAR>& writeList, const RW_VAR& record) {
-    if (writeList.size() < kMaxListEntries) {
+    if (writeList.size() < korvan::kListCapacity) {
         writeList.append(record);
     }
 }

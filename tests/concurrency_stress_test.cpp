@@ -71,7 +71,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
     // holds more than 200.
     std::atomic<long> wrong{0};
     const auto listSize = [&](int size) {
-        wrong += size < 0 || size > kMaxListEntries ? 1 : 0;
+        wrong += size < 0 || size > korvan::kListCapacity ? 1 : 0;
         if (size > 200) {
             std::this_thread::sleep_for(std::chrono::microseconds(100));
         }
@@ -97,7 +97,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
         // (owner 2).
         [&](int turn) {
             RW_VAR write = var(14, turn * 5 % kWords, 1, 1 + turn % 2);
-            write.direction = kWriteRequest;
+            write.direction = korvan::kDirectionWrite;
             write.ownerId = 3;
             write.itemId = turn;
             write.data = hostWords(write.station, write.address, 1);
@@ -164,7 +164,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
                 const bool abandon = code == 11 + owner || code == 41 + owner;
                 abandoned += abandon ? 1 : 0;
                 undefinedResults +=
-                    abandon || code == kResultRetryPending || code == kResultLocalGood ? 0 : 1;
+                    abandon || code == korvan::kResultRetry || code == korvan::kResultGood ? 0 : 1;
             }
             drained = drained && driver.requestQueue.isEmpty() && driver.writeList.isEmpty() &&
                       driver.onceReadList.isEmpty();

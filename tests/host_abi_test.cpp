@@ -61,9 +61,15 @@ TEST_F(HostInterface, PassRetValueCopiesEverythingButThePayload) {
                                v.nameText, v.addressText, v.area, v.address, v.station, v.count,
                                v.mark, v.extra);
     };
-    const RW_VAR from{
-        1,  2,   3, 4, 5,  6, QString::fromLatin1("name"), QString::fromLatin1("10.3"),
-        29, 163, 9, 1, -1, 7, QByteArray("payload")};
+    RW_VAR from = owned(var(29, 163, 1, 9), 1, 2, 5);
+    from.direction = 3;
+    from.remoteMode = 4;
+    from.result = 6;
+    from.nameText = QString::fromLatin1("name");
+    from.addressText = QString::fromLatin1("10.3");
+    from.mark = -1;
+    from.extra = 7;
+    from.data = QByteArray("payload");
     RW_VAR to = writeVar(0, 0, 0, "01");
     passRetValue(from, to);
     EXPECT_EQ(fields(to), fields(from));

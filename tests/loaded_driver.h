@@ -91,16 +91,24 @@ inline QByteArray withCrc(QByteArray frame) {
 // A list record of the local port; a write record carrying `data` (hex); a record as a host
 // registers it, with an address text; an entry of the host's cyclic list.
 inline RW_VAR var(int area, int address, int count, int station = 1) {
-    return RW_VAR{0,    0,       0,       0,     1, 0, QString(),   QString(),
-                  area, address, station, count, 0, 0, QByteArray()};
+    RW_VAR v;
+    v.port = 1;
+    v.area = area;
+    v.address = address;
+    v.station = station;
+    v.count = count;
+    return v;
 }
 inline RW_VAR writeVar(int area, int address, int count, const char* data, int station = 1) {
-    return RW_VAR{0,    0,       1,       0,     1, 0, QString(),    QString(),
-                  area, address, station, count, 0, 0, bytesOf(data)};
+    RW_VAR v = var(area, address, count, station);
+    v.direction = korvan::kDirectionWrite;
+    v.data = bytesOf(data);
+    return v;
 }
 inline RW_VAR hostVar(int area, const char* address, int count, int station = 1) {
-    return RW_VAR{0,    0, 0,       0,     1, 0, QString(),   QString::fromLatin1(address),
-                  area, 0, station, count, 0, 0, QByteArray()};
+    RW_VAR v = var(area, 0, count, station);
+    v.addressText = QString::fromLatin1(address);
+    return v;
 }
 // The record `v` of host variable `owner`/`item` on `port`.
 inline RW_VAR owned(RW_VAR v, int owner, int item, int port = 1) {
@@ -111,8 +119,24 @@ inline RW_VAR owned(RW_VAR v, int owner, int item, int port = 1) {
 }
 inline HOSTVAR cyclicVar(int area, const QString& address, int count, int station = 1,
                          const char* name = "") {
-    return HOSTVAR{0, quint8(area), quint8(station),           0,
-                   0, address,      QString::fromLatin1(name), count};
+    HOSTVAR h;
+    h.area = quint8(area);
+    h.station = quint8(station);
+    h.addressText = address;
+    h.nameText = QString::fromLatin1(name);
+    h.count = count;
+    return h;
+}
+
+// Block length 100, station 1, two retries, port 1, host tag 77.
+inline ComInfo portRecord() {
+    ComInfo info;
+    info.maxUnits = 100;
+    info.defaultStation = 1;
+    info.retryLimit = 2;
+    info.portId = 1;
+    info.hostTag = 77;
+    return info;
 }
 
 // Callbacks as the host received them: {hostTag, ownerId, itemId, status} and
@@ -229,8 +253,7 @@ protected:
 
     inline static ResultCalls results;
     inline static ErrorCalls errors;
-    // Block length 100, station 1, two retries, port 1, host tag 77.
-    ComInfo info{0, 0, 0, 0, 100, 0, 1, 2, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 77};
+    ComInfo info = portRecord();
     plcsim::PlcModel plc{{1, 2, 3}};
     std::vector<QByteArray> sent;
     int readResult = -1;
