@@ -26,3 +26,15 @@ else()
     message(FATAL_ERROR "KORVAN_QT_MAJOR must be 5 or 4, not '${KORVAN_QT_MAJOR}'")
 endif()
 message(STATUS "Building against Qt ${KORVAN_QT_MAJOR}")
+
+# A host's code as a panel's SDK compiles it: in the oldest C++ dialect its Qt takes (C++98 for
+# Qt 4, C++11 for Qt 5), without GNU extensions. What a host includes must compile so.
+function(korvan_host_dialect target)
+    if(KORVAN_QT_MAJOR STREQUAL "4")
+        set(standard 98)
+    else()
+        set(standard 11)
+    endif()
+    set_target_properties(${target} PROPERTIES
+        CXX_STANDARD ${standard} CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF)
+endfunction()
