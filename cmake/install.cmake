@@ -32,22 +32,14 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${PROJECT_NAME}.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # Every executable defined under tools/ is installed, without a rule of its own; the installed
-# programs find the installed library next to them. They are built with that search path too, not
-# with one CMake would rewrite at install time: to make room for the rewrite it pads the build's
-# path with empty entries, which the loader reads as the current folder. A Qt 4 is nowhere a
-# loader looks by itself, so a Qt 4 build's programs also search the one they were linked with
-# (an SDK's prefix is usually where the panel keeps its Qt 4 as well).
+# programs find the installed library next to them.
 function(korvan_install_programs dir)
     get_property(targets DIRECTORY ${dir} PROPERTY BUILDSYSTEM_TARGETS)
     foreach(target IN LISTS targets)
         get_target_property(type ${target} TYPE)
         if(type STREQUAL "EXECUTABLE")
-            set_target_properties(${target} PROPERTIES
-                BUILD_WITH_INSTALL_RPATH ON
-                INSTALL_RPATH "$ORIGIN/${korvan_bin_to_lib}")
-            if(KORVAN_QT_MAJOR STREQUAL "4")
-                set_target_properties(${target} PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
-            endif()
+            set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${korvan_bin_to_lib}")
+            korvan_installed_search_path(${target})
             install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
         endif()
     endforeach()

@@ -38,3 +38,15 @@ function(korvan_host_dialect target)
     set_target_properties(${target} PROPERTIES
         CXX_STANDARD ${standard} CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF)
 endfunction()
+
+# What is installed is built with the library search path it is installed with, not with one
+# CMake would rewrite at install time: to make room for the rewrite CMake pads the build's path
+# with empty entries, and the loader reads an empty entry as the current folder. A Qt 4 is nowhere
+# a loader looks by itself, so a Qt 4 build also searches the one it was linked with (an SDK's
+# prefix is usually where the panel keeps its Qt 4 as well).
+function(korvan_installed_search_path target)
+    set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+    if(KORVAN_QT_MAJOR STREQUAL "4")
+        set_target_properties(${target} PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
+    endif()
+endfunction()
