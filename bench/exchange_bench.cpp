@@ -98,7 +98,8 @@ private:
 void hostRead(benchmark::State& state) {
     bench::resetDriver();
     for (int i = 0; i < 200; ++i) {
-        PLC_driver.registerCache.insert((1ull << 56) | (14ull << 48) | quint64(i), quint16(i));
+        PLC_driver.registerCache.insert((1ull << 56) | (quint64(kWordArea) << 48) | quint64(i),
+                                        quint16(i));
     }
     std::unique_ptr<BackgroundPoller> poller;
     if (state.range(1) != 0) {
@@ -121,7 +122,7 @@ BENCHMARK(hostRead)
 
 void hostWrite(benchmark::State& state) {
     bench::resetDriver();
-    bench::benchPort().writeMode = 0;  // image only: the write list would fill up
+    bench::benchPort().writeMode = korvan::kWriteImageOnly;  // the write list would fill up
     std::unique_ptr<BackgroundPoller> poller;
     if (state.range(0) != 0) {
         poller = std::make_unique<BackgroundPoller>();

@@ -67,11 +67,11 @@ void resetDriver() {
     d.commFailed = 0;
     ComInfo& port = benchPort();
     port = ComInfo();
-    port.maxUnits = 100;
+    port.maxUnits = korvan::kMaxUnitsCap;
     port.defaultStation = 1;
     port.retryLimit = 3;
     port.portId = 1;
-    port.writeMode = 2;
+    port.writeMode = korvan::kWriteToPlc;
     SetComInfo(&port);
     RegistCallBackFuncIntf([](int, int, int, int) { return 0; },
                            [](QList<RW_VAR>*, int, int) { return 0; });
@@ -110,7 +110,7 @@ ExchangeCase ExchangeCase::write() {
     resetDriver();
     ExchangeCase c(Kind::Write);
     c.record_ = variable(kWordArea, 100, 1);
-    c.record_.direction = 1;
+    c.record_.direction = korvan::kDirectionWrite;
     c.record_.data = QByteArray("\x34\x12", 2);
     PLC_driver.writeList.append(c.record_);
     c.first_ = replyTo(ComCommunication());
@@ -123,7 +123,7 @@ ExchangeCase ExchangeCase::bitInWord() {
     resetDriver();
     ExchangeCase c(Kind::BitInWord);
     c.record_ = variable(korvan::kAreaBitOfWord, 163, 1);
-    c.record_.direction = 1;
+    c.record_.direction = korvan::kDirectionWrite;
     c.record_.data = QByteArray(1, '\1');
     PLC_driver.writeList.append(c.record_);
     c.first_ = replyTo(ComCommunication());

@@ -39,7 +39,8 @@ std::function<void()> operation(const std::string& name) {
     if (startsWith(name, "host_read/")) {
         bench::resetDriver();
         for (int i = 0; i < 200; ++i) {
-            PLC_driver.registerCache.insert((1ull << 56) | (14ull << 48) | quint64(i), quint16(i));
+            PLC_driver.registerCache.insert(
+                (1ull << 56) | (quint64(bench::kWordArea) << 48) | quint64(i), quint16(i));
         }
         const int words = numberAfter(name, '/');
         auto out = std::make_shared<QByteArray>();
@@ -51,7 +52,7 @@ std::function<void()> operation(const std::string& name) {
     }
     if (name == "host_write") {
         bench::resetDriver();
-        bench::benchPort().writeMode = 0;  // image only: the write list would fill up
+        bench::benchPort().writeMode = korvan::kWriteImageOnly;  // the write list would fill up
         auto value = std::make_shared<QByteArray>("\x34\x12", 2);
         const QString address = QString::fromLatin1("7");
         return [value, address] {

@@ -11,7 +11,7 @@ namespace bench {
 namespace {
 
 constexpr int kStations = 8;
-constexpr int kAreas[] = {0, 2, 9, 14, 20, 29};
+constexpr int kAreas[] = {0, 2, 9, 14, 20, korvan::kAreaBitOfWord};
 constexpr int kHighestWord = 20000;
 constexpr int kLongestCount = 32;
 constexpr unsigned kSeed = 12345;

@@ -21,13 +21,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     SetRegisterData(QString(), area, text, station, &values, count, 1, 2);
     const QByteArray stale("stale");
     QByteArray out = stale;
-    if (GetRegisterData(QString(), area, text, station, &out, count) != (valid ? 1 : 0)) {
+    if (GetRegisterData(QString(), area, text, station, &out, count) !=
+        (valid ? korvan::kReadDone : korvan::kAddressNotParsed)) {
         abort();
     }
     // The size a host read promises: the buffer as it was for a negative count; a byte a unit
     // for a valid address of a bit form (areas 0..13 and 29), else two; empty for no units or
     // more than a byte array holds, or when the buffer cannot be allocated.
-    const bool bitForm = valid && ((area >= 0 && area <= 13) || area == 29);
+    const bool bitForm =
+        valid && ((area >= korvan::kAreaFirstBit && area <= korvan::kAreaLastBit) ||
+                  area == korvan::kAreaBitOfWord);
     const qint64 units = static_cast<qint64>(count) * (bitForm ? 1 : 2);
     const qint64 expected = count < 0 ? stale.size() : units > INT_MAX - 64 ? 0 : units;
     if (!out.isEmpty() && out.size() != expected) {

@@ -57,11 +57,11 @@ inline ComInfo& resetDriverForFuzzing() {
     PLC_driver.~Communication_Protocol();
     new (&PLC_driver) Communication_Protocol();
     info = ComInfo();
-    info.maxUnits = 100;
+    info.maxUnits = korvan::kMaxUnitsCap;
     info.defaultStation = 1;
     info.retryLimit = 2;
     info.portId = 1;
-    info.writeMode = 2;
+    info.writeMode = korvan::kWriteToPlc;
     SetComInfo(&info);
     RegistCallBackFuncIntf([](int, int, int, int) { return 0; },
                            [](QList<RW_VAR>*, int, int) { return 0; });

@@ -10,11 +10,8 @@ namespace {
 enum Kind { kWordRead, kBitRead, kWrite, kBitWordRead, kBitWordWrite, kRemoteRead, kRemoteWrite };
 
 bool definedResult(int code) {
-    bool defined = code == 0 || code == 1 || code == 100;
-    for (int base : {10, 40, 70, 110, 140, 170}) {
-        defined = defined || (code > base && code <= base + 12);
-    }
-    return defined;
+    return code == korvan::kResultRetry || code == korvan::kResultGood ||
+           code == korvan::kResultRemoteGood || korvan::failureBase(code) != 0;
 }
 
 }  // namespace
@@ -33,20 +30,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     request.address = in.int16();
     request.count = in.count();
     if (kind == kWordRead || kind == kRemoteRead) {
-        request.area = 14 + in.byte() % 15;
+        request.area = korvan::kAreaFirstWord +
+                       in.byte() % (korvan::kAreaLastWord - korvan::kAreaFirstWord + 1);
     } else if (kind == kBitRead) {
-        request.area = in.byte() % 14;
+        request.area =
+            korvan::kAreaFirstBit + in.byte() % (korvan::kAreaLastBit - korvan::kAreaFirstBit + 1);
     } else if (kind == kBitWordRead || kind == kBitWordWrite) {
-        request.direction = 1;
-        request.area = 29;
+        request.direction = korvan::kDirectionWrite;
+        request.area = korvan::kAreaBitOfWord;
         request.count = 1;
         request.data = in.bytes(1);
     } else {
-        request.direction = 1;
+        request.direction = korvan::kDirectionWrite;
         request.area = in.area();
         request.data = in.bytes(in.byte() % 64);
     }
-    (request.direction != 0 ? PLC_driver.writeList : PLC_driver.onceReadList).append(request);
+    (request.direction == korvan::kDirectionWrite ? PLC_driver.writeList : PLC_driver.onceReadList)
+        .append(request);
 
     // The second frame of a bit-in-word write: the PLC's correct answer to its word read first.
     if (ComCommunication() != nullptr && kind == kBitWordWrite) {

@@ -71,7 +71,7 @@ protected:
             DriverTest::SetUp();
             driver.readList = {var(14, 500, 1)};
             plc.setWord(1, 0x80, 500, 0x5A5A);
-            EXPECT_EQ(poll(), 1);
+            EXPECT_EQ(poll(), korvan::kResultGood);
             EXPECT_EQ(read(14, "500", 1), QByteArray("\x5A\x5A"));
         }
         ADD_FAILURE() << "the call never ran through";
@@ -87,7 +87,7 @@ TEST_F(AllocFailureTest, SchedulerLeavesTheEntryInPlaceAndSendsNothing) {
                 EXPECT_TRUE(driver.requestQueue.isEmpty());
                 EXPECT_EQ(driver.writeList.size(), 1);
                 EXPECT_EQ(info.framesInExchange, 0);
-                EXPECT_EQ(info.scanDone, 1);
+                EXPECT_EQ(info.scanDone, korvan::kScanDone);
             });
 }
 
@@ -100,12 +100,16 @@ TEST_F(AllocFailureTest, ReplyJudgingFailureIsARetry) {
             reply = plcReply().append("trailing");  // judged on its first bytes: a copy is made
         },
         [&] { DataCom(&reply, reply.size() - 8); },
-        [&] { EXPECT_TRUE(driver.retVar.result == 0 || driver.retVar.result == 1); });
+        [&] {
+            EXPECT_TRUE(driver.retVar.result == korvan::kResultRetry ||
+                        driver.retVar.result == korvan::kResultGood);
+        });
 }
 
 TEST_F(AllocFailureTest, OnceReadRegistrationKeepsWhatItQueued) {
     RW_VAR v;
-    exhaust([&] { v = hostVar(20, "0", 250); }, [&] { AddListOnceReadVar(&v, 0); },
+    exhaust([&] { v = hostVar(20, "0", 250); },
+            [&] { AddListOnceReadVar(&v, korvan::kOnceReadPlanned); },
             [&] { EXPECT_LE(driver.onceReadList.size(), 3); });
 }
 
@@ -127,7 +131,7 @@ TEST_F(AllocFailureTest, HostReadGivesAnEmptyBufferOrTheValue) {
     exhaust([&] { setWord(14, 7, 0x1234); },
             [&] { result = GetRegisterData(QString(), 14, address, 1, &out, 3); },
             [&] {
-                EXPECT_EQ(result, 1);
+                EXPECT_EQ(result, korvan::kReadDone);
                 EXPECT_TRUE(out.isEmpty() || out == QByteArray("\x34\x12\0\0\0\0", 6));
             },
             false);
@@ -140,7 +144,7 @@ TEST_F(AllocFailureTest, HostWriteKeepsThePiecesIssued) {
     exhaust(
         [&] {
             info.maxUnits = 2;
-            info.writeMode = 2;
+            info.writeMode = korvan::kWriteToPlc;
             values = QByteArray(12, '\7');
         },
         [&] { result = SetRegisterData(QString(), 14, address, 1, &values, 6, 1, 1); },

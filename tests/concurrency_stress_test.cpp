@@ -51,7 +51,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
     constexpr int kWords = 64;  // words 0..63 of area 14 on each station
     info.maxUnits = 4;          // longer writes and once-reads are queued in pieces
     info.perVarStation = 1;
-    info.writeMode = 2;
+    info.writeMode = korvan::kWriteToPlc;
     plc = plcsim::PlcModel({1, 2});
     plc.setFill([](int station, int, std::uint32_t a) { return wordOf(station, int(a), false); });
     plcsim::Faults faults;
@@ -90,8 +90,8 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
             QByteArray values = hostWords(1 + turn % 2, address, count), bit(1, char(turn & 1));
             listSize(SetRegisterData(QString(), 14, texts[address], 1 + turn % 2, &values, count, 1,
                                      turn));
-            listSize(SetRegisterData(QString(), 29, texts[kWords + turn % 16], 1 + turn % 2, &bit,
-                                     1, 4, turn));
+            listSize(SetRegisterData(QString(), korvan::kAreaBitOfWord, texts[kWords + turn % 16],
+                                     1 + turn % 2, &bit, 1, 4, turn));
         },
         // Write records registered as they are (owner 3), and once-reads of up to six words
         // (owner 2).
@@ -106,7 +106,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
             once.addressText = texts[turn * 3 % (kWords - 6)];
             once.ownerId = 2;
             once.itemId = turn;
-            const int onceReads = AddListOnceReadVar(&once, 0);
+            const int onceReads = AddListOnceReadVar(&once, korvan::kOnceReadPlanned);
             listSize(onceReads < 1 ? -1 : onceReads);
         },
         // Both stations' words in variables of one to seven words; station 2 off and on, by
@@ -121,9 +121,11 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
             }
             wrong += ReCreatReadVarList(&vars) < 1 ? 1 : 0;
             if (turn % 4 < 2) {
-                EnCommStation(2, turn % 4);
+                EnCommStation(2, turn % 4 == 0 ? korvan::kStationOff : korvan::kStationOn);
+            } else if (turn % 4 == 2) {
+                EnableEthernet(2, korvan::kStationOff);
             } else {
-                EnableEthernet(turn % 4 == 2 ? 2 : -1, turn % 4 == 2 ? 0 : 1);
+                EnableEthernet(korvan::kAllStations, korvan::kStationOn);
             }
             wrong += Ethernetcontains(1) != 0 ? 1 : 0;
         },
@@ -133,7 +135,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
             QByteArray words;
             const int result =
                 GetRegisterData(QString(), 14, texts[address], 1 + turn % 2, &words, 4);
-            wrong += result != 1 || words.size() != 8 ? 1 : 0;
+            wrong += result != korvan::kReadDone || words.size() != 8 ? 1 : 0;
             for (int i = 0; i + 1 < words.size(); i += 2) {
                 const quint16 w = quint8(words[i]) | quint8(words[i + 1]) << 8;
                 wrong += w != 0 && !plausible(1 + turn % 2, address + i / 2, w) ? 1 : 0;
@@ -151,8 +153,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
         });
     }
     // The polling thread, until the hosts are done and every write and once-read carried out.
-    // An abandoned local exchange's code is its cause's base (10 invalid, 40 nothing received)
-    // plus the owner plus 1.
+    // An abandoned local exchange's code tells its cause (invalid, or nothing received) and owner.
     long abandoned = 0, undefinedResults = 0;
     std::thread poller([&] {
         for (bool drained = false; !drained;) {
@@ -161,7 +162,9 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
                 QByteArray reply = plcReply();
                 const RW_VAR* r = DataCom(&reply, reply.size());
                 const int code = r->result, owner = r->ownerId;
-                const bool abandon = code == 11 + owner || code == 41 + owner;
+                const bool abandon =
+                    code == korvan::failureCode(korvan::kFailLocalInvalid, owner) ||
+                    code == korvan::failureCode(korvan::kFailLocalSilent, owner);
                 abandoned += abandon ? 1 : 0;
                 undefinedResults +=
                     abandon || code == korvan::kResultRetry || code == korvan::kResultGood ? 0 : 1;
@@ -182,7 +185,7 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
     EXPECT_EQ(undefinedResults, 0);
     EXPECT_TRUE(driver.requestQueue.isEmpty());
     // The results came from the polling thread alone (recorded unlocked), each done or failed;
-    // each abandoned exchange called the error callback once, with an empty list and flag 1, and
+    // each abandoned exchange called the error callback once, with an empty list and the flag, and
     // failed at most one variable. Only issued variables were reported, station 1's each once,
     // station 2's at most once (a variable whose pieces were dropped while it was off hears
     // nothing).
@@ -190,11 +193,11 @@ TEST_F(ConcurrencyStress, FourHostThreadsWhilePolling) {
     long failed = 0, strange = 0, misreported = 0;
     for (const auto& r : results) {
         ++heard[{r[1], r[2]}];
-        failed += r[3] == 2 ? 1 : 0;
-        strange += r[3] == 1 || r[3] == 2 ? 0 : 1;
+        failed += r[3] == korvan::kStatusFailed ? 1 : 0;
+        strange += r[3] == korvan::kStatusDone || r[3] == korvan::kStatusFailed ? 0 : 1;
     }
     for (const auto& e : errors) {
-        strange += e[0] == 0 && e[2] == 1 ? 0 : 1;
+        strange += e[0] == 0 && e[2] == korvan::kErrorFlag ? 0 : 1;
     }
     // Owners 1 and 4 are the first host thread's, 2 and 3 the second's.
     const auto issuedTurns = [&](int owner) {

@@ -23,8 +23,9 @@ class Frames : public DriverTest {};
 // count. Remote frames name the variable by its own fields, start with their length and end in
 // the low byte of their sum. Station 0 expects no reply to a write.
 TEST_F(Frames, FramesAndTheRepliesTheyExpect) {
-    RW_VAR wide = writeVar(29, 163, 1, "01");
-    wide.mark = -1;
+    const int bitOfWord = korvan::kAreaBitOfWord, none = korvan::kReplyNone;
+    RW_VAR wide = writeVar(bitOfWord, 163, 1, "01");
+    wide.mark = korvan::kMarkBitOfWordRead;
     wide.extra = 0x01020304;
     wide.ownerId = 0x1FF;
     const auto rd = read_register, wr = write_analog, bitWr = write_analog_bit,
@@ -46,11 +47,11 @@ TEST_F(Frames, FramesAndTheRepliesTheyExpect) {
         {wr, writeVar(13, 0, 1, "01 00"), "01 21 12 00 00 00 00 01 02 00 01 E7 EB", 10, 0, 0},
         {wr, writeVar(-1, 0, 1, "01 00"), "01 21 00 00 00 00 00 01 02 00 01 33 4B", 10, 0, 0},
         {wr, writeVar(14, 100, 2, "34 12 78"), "01 21 80 00 00 64 00 02 04 12 34 00 78 67 B9", 10, 0, 0},
-        {wr, writeVar(14, 1, 0, "", 0), "00 21 80 00 00 01 00 00 00 49 10", 0, 0, 0},
-        {bitWr, writeVar(29, 163, 1, "01", 0), "00 20 80 00 00 0A 00 01 9F CB | 00 21 80 00 00 0A 00 01 02 00 00 00 00", 7, 3, 2},
+        {wr, writeVar(14, 1, 0, "", 0), "00 21 80 00 00 01 00 00 00 49 10", none, 0, 0},
+        {bitWr, writeVar(bitOfWord, 163, 1, "01", 0), "00 20 80 00 00 0A 00 01 9F CB | 00 21 80 00 00 0A 00 01 02 00 00 00 00", 7, 3, 2},
         {remoteWr, wide, "17 FF 01 01 01 00 1D 00 00 00 A3 00 01 FF FF FF FF 01 02 03 04 01 E1", 10, 0, 0},
         {remoteRd, var(14, 100, 0, 0), "16 00 00 01 00 00 0E 00 00 00 64 00 00 00 00 00 00 00 00 00 00 89", 5, 3, 0},
-        {remoteWr, writeVar(14, 100, 0, "", 0), "16 00 01 01 00 00 0E 00 00 00 64 00 00 00 00 00 00 00 00 00 00 8A", 0, 0, 0},
+        {remoteWr, writeVar(14, 100, 0, "", 0), "16 00 01 01 00 00 0E 00 00 00 64 00 00 00 00 00 00 00 00 00 00 8A", none, 0, 0},
         // clang-format on
     };
     for (const auto& [builder, record, frame, replyLength, dataOffset, dataLength] : cases) {
@@ -76,7 +77,7 @@ TEST_F(Frames, FramesAndTheRepliesTheyExpect) {
     // without a code send 0.
     driver.requestQueue.clear();
     std::string codes;
-    for (int area = 0; area <= 30; ++area) {
+    for (int area = 0; area <= korvan::kAreaBitOfWord + 1; ++area) {
         read_register(var(area, 0, 1));
         codes += hex(request(area).frame.mid(2, 1)) + " ";
     }
@@ -146,12 +147,12 @@ TEST_F(Frames, WritesTooLongAndWhatTheImageShows) {
     EXPECT_TRUE(driver.requestQueue.isEmpty() && info.framesInExchange == 0);
     EXPECT_EQ(image(), (Image{{1, 0x5555}}));
     write_register(writeVar(14, 10, 1, "34 12"));
-    write_register(writeVar(29, 163, 1, "01"));
+    write_register(writeVar(korvan::kAreaBitOfWord, 163, 1, "01"));
     EXPECT_EQ(std::make_pair(driver.requestQueue.size(), int(word(14, 10))),
               std::make_pair(3, 0x123C));
     driver.commFailed = 1;
     write_register(writeVar(14, 10, 1, "00 00"));
-    write_register(writeVar(29, 163, 1, "00"));
+    write_register(writeVar(korvan::kAreaBitOfWord, 163, 1, "00"));
     EXPECT_EQ(std::make_pair(driver.requestQueue.size(), int(word(14, 10))),
               std::make_pair(6, 0x123C));
     Remote_WriteVar(writeVar(14, 10, 1, "78 56"));

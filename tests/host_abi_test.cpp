@@ -1,5 +1,6 @@
-// The host interface of the loaded library: the driver object at load, the configuration entry
-// points, the helpers no exchange uses, and the copy of a record DataCom hands back.
+// The host interface of the loaded library: the header's numbers, the driver object at load, the
+// configuration entry points, the helpers no exchange uses, and the copy of a record DataCom
+// hands back.
 #include <QtCore/QFile>
 
 #include <regex>
@@ -8,30 +9,81 @@
 
 class HostInterface : public DriverTest {};
 
+namespace k = korvan;
+
 // Runs first in this process, so the object is as loading the library left it.
 TEST(LoadedLibrary, ConstructsTheDriverAtLoad) {
     const auto* d = exported<const Communication_Protocol*>("PLC_driver");
     ASSERT_NE(d, nullptr);
     EXPECT_TRUE(d->comInfo == nullptr && d->requestQueue.isEmpty() && d->stationMap.isEmpty());
-    EXPECT_EQ(d->currentSource, 100);
+    EXPECT_EQ(d->currentSource, kSourceNone);
+}
+
+// The header's numbers are binary interface as much as its records: a host compiled against an
+// older header must keep meaning the same thing by each name.
+static_assert(k::kResultRetry == 0 && k::kResultGood == 1 && k::kResultRemoteGood == 100 &&
+                  k::kResultJudgingFailed == 71,
+              "result codes");
+static_assert(k::kFailLocalInvalid == 10 && k::kFailLocalSilent == 40 &&
+                  k::kFailLocalLength == 70 && k::kFailRemoteInvalid == 110 &&
+                  k::kFailRemoteSilent == 140 && k::kFailRemoteLength == 170 &&
+                  k::kFailOwners == 12,
+              "failure bases");
+static_assert(k::kStatusDone == 1 && k::kStatusFailed == 2 && k::kErrorFlag == 1,
+              "callback arguments");
+static_assert(k::kDirectionRead == 0 && k::kDirectionWrite == 1 && k::kMarkBitOfWordRead == -1 &&
+                  k::kReplyAnyLength == -1 && k::kReplyNone == 0 && k::kCyclicOwnerId == 0 &&
+                  k::kCyclicItemId == -1,
+              "record fields");
+static_assert(k::kWriteImageOnly == 0 && k::kWriteToPlc == 2 && k::kScanDone == 1 &&
+                  k::kMaxUnitsCap == 100,
+              "port record");
+static_assert(k::kStationOff == 0 && k::kStationOn == 1 && k::kAllStations == -1 &&
+                  k::kOnceReadPlanned == 0 && k::kOnceReadVerbatim == 1 && k::kListCapacity == 2048,
+              "entry point arguments and lists");
+static_assert(k::kAreaFirstBit == 0 && k::kAreaLastOctal == 1 && k::kAreaLastBit == 13 &&
+                  k::kAreaFirstWord == 14 && k::kAreaLastWord == 28 && k::kAreaBitOfWord == 29,
+              "areas");
+static_assert(k::kAddressInvalid == -1 && k::kAddressNotParsed == 0 && k::kReadDone == 1 &&
+                  k::kFinished == 1,
+              "entry point results");
+
+// failureCode and failureBase, as a host compiled against the header has them: every owner
+// outside 0..11 shares base + 1, and a code outside a base's twelve is no failure.
+TEST(HostHeader, FailureCodesAndTheirBases) {
+    for (int base : {k::kFailLocalInvalid, k::kFailLocalSilent, k::kFailLocalLength,
+                     k::kFailRemoteInvalid, k::kFailRemoteSilent, k::kFailRemoteLength}) {
+        std::vector<int> codes, bases;
+        for (int owner : {-1, 0, 11, 12}) {
+            codes.push_back(k::failureCode(base, owner));
+            bases.push_back(k::failureBase(codes.back()));
+        }
+        EXPECT_EQ(codes, std::vector<int>({base + 1, base + 1, base + 12, base + 1})) << base;
+        EXPECT_EQ(bases, std::vector<int>(4, base)) << base;
+        EXPECT_EQ(k::failureBase(base) | k::failureBase(base + k::kFailOwners + 1), 0) << base;
+    }
+    EXPECT_EQ(std::vector<int>(
+                  {k::failureBase(0), k::failureBase(1), k::failureBase(100), k::failureBase(200)}),
+              std::vector<int>(4, 0));
+    EXPECT_EQ(k::kResultJudgingFailed, k::failureCode(k::kFailLocalLength, 0));
 }
 
 // SetComInfo caps the block length from above only and clears two words. The address texts of
 // the loaded library are those of StringAddressToInt, which has its own tests.
 TEST_F(HostInterface, ConfigurationEntryPoints) {
-    for (int given : {250, 101, 100, 7, 0, -5}) {
+    for (int given : {250, k::kMaxUnitsCap + 1, k::kMaxUnitsCap, 7, 0, -5}) {
         ComInfo port;
         port.maxUnits = given;
         port.clearedWord10 = port.clearedWord13 = 5;
         SetComInfo(&port);
         EXPECT_EQ(std::vector<int>({port.maxUnits, port.clearedWord10, port.clearedWord13}),
-                  std::vector<int>({given > 100 ? 100 : given, 0, 0}));
+                  std::vector<int>({given > k::kMaxUnitsCap ? k::kMaxUnitsCap : given, 0, 0}));
     }
     SetComInfo(nullptr);
     int bits = 0, words = 0, third = 0;
     FlashLocalRegister(&bits, &words, &third);
     EXPECT_TRUE(*exported<void**>("LB") == &bits && *exported<void**>("LW") == &words &&
-                *exported<void**>("RWI") == &third && QueryFinishFlag() == 1);
+                *exported<void**>("RWI") == &third && QueryFinishFlag() == k::kFinished);
     EXPECT_EQ(PLCAddressChangeIntef(1, QString::fromLatin1("17")), 15);
 }
 
@@ -61,13 +113,13 @@ TEST_F(HostInterface, PassRetValueCopiesEverythingButThePayload) {
                                v.nameText, v.addressText, v.area, v.address, v.station, v.count,
                                v.mark, v.extra);
     };
-    RW_VAR from = owned(var(29, 163, 1, 9), 1, 2, 5);
+    RW_VAR from = owned(var(k::kAreaBitOfWord, 163, 1, 9), 1, 2, 5);
     from.direction = 3;
     from.remoteMode = 4;
     from.result = 6;
     from.nameText = QString::fromLatin1("name");
     from.addressText = QString::fromLatin1("10.3");
-    from.mark = -1;
+    from.mark = k::kMarkBitOfWordRead;
     from.extra = 7;
     from.data = QByteArray("payload");
     RW_VAR to = writeVar(0, 0, 0, "01");
@@ -89,7 +141,7 @@ TEST_F(HostInterface, MemberOperationsNormaliseBitAddresses) {
         {0, 15, 2, 0, 0, 2},
         {0, 32, 0, 0, 2, 0},
         {13, 33, 0, 13, 2, 1},
-        {29, 165, 1, 14, 10, 1},
+        {k::kAreaBitOfWord, 165, 1, 14, 10, 1},
         {3, -17, 1, 3, -2, 1},
         {14, 1234, 17, 14, 1234, 17},
         {-1, 99, 3, -1, 99, 3},
@@ -102,7 +154,7 @@ TEST_F(HostInterface, MemberOperationsNormaliseBitAddresses) {
             << c[0] << " " << c[1];
     }
     update(&driver, nullptr);
-    EXPECT_EQ(std::vector<int>({cacheArea(&driver, 14), cacheArea(&driver, 29),
+    EXPECT_EQ(std::vector<int>({cacheArea(&driver, 14), cacheArea(&driver, k::kAreaBitOfWord),
                                 cacheArea(&driver, 0), cacheArea(&driver, -3)}),
               std::vector<int>({14, 14, 0, -3}));
 }

@@ -43,14 +43,14 @@ TEST_F(RegisterImage, ReadRepliesAreStoredOrCompleteBitOfWordWrites) {
     QByteArray stray = withCrc(bytesOf("01 20 02 12 34"));
     SaveToLocalDataErea(&stray);  // nothing queued
     SaveToLocalDataErea(nullptr);
-    store(var(29, 7, 1), "00 09");
+    store(var(korvan::kAreaBitOfWord, 7, 1), "00 09");
     store(var(14, 7, 1), "00 01");  // the same word: the later store wins
     store(var(14, 7, 1, 2), "00 02");
     store(var(15, 7, 1), "00 03");
     read_register(var(2, 1, 3));
     QByteArray shortReply = bytesOf("01 20 06 12 34 56");
     SaveToLocalDataErea(&shortReply);
-    RW_VAR clearing = writeVar(29, 163, 1, "00");
+    RW_VAR clearing = writeVar(korvan::kAreaBitOfWord, 163, 1, "00");
     AddListWriteVar(&clearing);
     const char* const cases[][4] = {
         // bit, value, word read, the write completed
@@ -62,7 +62,7 @@ TEST_F(RegisterImage, ReadRepliesAreStoredOrCompleteBitOfWordWrites) {
     };
     for (const auto& [bit, value, wordRead, write] : cases) {
         driver.requestQueue.clear();
-        write_analog_bit(writeVar(29, std::atoi(bit), 1, value));
+        write_analog_bit(writeVar(korvan::kAreaBitOfWord, std::atoi(bit), 1, value));
         QByteArray reply = withCrc(bytesOf("01 20 02") + bytesOf(wordRead));
         SaveToLocalDataErea(&reply);
         ASSERT_EQ(driver.requestQueue.size(), 2);
@@ -91,15 +91,18 @@ TEST_F(RegisterImage, HostReadsOfWordsBitsAndBitsOfWords) {
     setWord(2, 1, 0x0001);
     setWord(0, 0, 0x8000);
     const Image before = image();
+    const int bitOfWord = korvan::kAreaBitOfWord, done = korvan::kReadDone,
+              notParsed = korvan::kAddressNotParsed;
     // area, address, count, the buffer, the result; a negative count keeps the buffer's length,
     // zeroed, as Qt's fill() with a negative size, and two bytes a word of INT_MAX do not fit
     const std::tuple<int, const char*, int, const char*, int> cases[] = {
         // clang-format off
-        {14, "100", 2, "08 12 00 00", 1}, {2, "15", 3, "01 01 00", 1}, {0, "17", 2, "01 00", 1},
-        {29, "100.3", 2, "01 00", 1}, {29, "10.15", 2, "00 01", 1}, {14, "0", 0, "", 1},
-        {14, "abc", 4, "00 00 00 00 00 00 00 00", 0}, {29, "1.2.3", 3, "00 00 00 00 00 00", 0},
-        {30, "5", 3, "00 00 00 00 00 00", 1}, {2, "0", -1, "00 00 00 00 00 00 00 00", 1},
-        {14, "x", -3, "00 00 00 00 00 00 00 00", 0}, {14, "0", INT_MAX, "", 1},
+        {14, "100", 2, "08 12 00 00", done}, {2, "15", 3, "01 01 00", done}, {0, "17", 2, "01 00", done},
+        {bitOfWord, "100.3", 2, "01 00", done}, {bitOfWord, "10.15", 2, "00 01", done},
+        {14, "0", 0, "", done}, {14, "abc", 4, "00 00 00 00 00 00 00 00", notParsed},
+        {bitOfWord, "1.2.3", 3, "00 00 00 00 00 00", notParsed},
+        {30, "5", 3, "00 00 00 00 00 00", done}, {2, "0", -1, "00 00 00 00 00 00 00 00", done},
+        {14, "x", -3, "00 00 00 00 00 00 00 00", notParsed}, {14, "0", INT_MAX, "", done},
         // clang-format on
     };
     for (const auto& [area, address, count, expected, result] : cases) {
@@ -108,7 +111,7 @@ TEST_F(RegisterImage, HostReadsOfWordsBitsAndBitsOfWords) {
                   expected + (" " + std::to_string(result)))
             << area << " " << address;
     }
-    EXPECT_EQ(GetRegisterData(QString(), 14, QString::fromLatin1("0"), 1, nullptr, 4), 0);
+    EXPECT_EQ(GetRegisterData(QString(), 14, QString::fromLatin1("0"), 1, nullptr, 4), notParsed);
     EXPECT_EQ(image(), before);  // reads never insert
     setWord(14, 7, 0xBEEF, 5);
     info.defaultStation = 5;
@@ -120,12 +123,12 @@ TEST_F(RegisterImage, HostReadsOfWordsBitsAndBitsOfWords) {
               "EF BE|00 00EF BE|EF BE");
 }
 
-// Write mode 2 queues records as long as the block length the host's record holds now, even
+// kWriteToPlc queues records as long as the block length the host's record holds now, even
 // above the 100 that SetComInfo allows (below 1 counts as 1), bit records eight times as long,
 // bits of words one each; bytes the host did not hand over are zero. The records carry the host
 // variable and the port's station unless stations are per-variable.
 TEST_F(RegisterImage, HostWritesAreCutIntoRecords) {
-    info.writeMode = 2;
+    info.writeMode = korvan::kWriteToPlc;
     info.remoteMode = 5;
     info.defaultStation = 3;
     // block length, area, address, values, count, records
@@ -137,7 +140,7 @@ TEST_F(RegisterImage, HostWritesAreCutIntoRecords) {
         {INT_MAX, 2, "5", "", 17, {"5 17: 00 00 00"}},
         {100, 14, "5", "01 02 03", 3, {"5 3: 01 02 03 00 00 00"}},
         {100, 2, "20", "01 00 01 01 00 00 00 00 00 01", 10, {"20 10: 0D 02"}},
-        {100, 29, "10.15", "01 00", 2, {"175 1: 01", "176 1: 00"}},
+        {100, korvan::kAreaBitOfWord, "10.15", "01 00", 2, {"175 1: 01", "176 1: 00"}},
         // clang-format on
     };
     for (const auto& [maxUnits, area, address, values, count, expected] : cases) {
@@ -146,7 +149,7 @@ TEST_F(RegisterImage, HostWritesAreCutIntoRecords) {
         const RW_VAR& r = driver.writeList.first();
         EXPECT_EQ(std::vector<int>(
                       {r.ownerId, r.itemId, r.direction, r.remoteMode, r.port, r.area, r.station}),
-                  std::vector<int>({7, 8, 1, 5, 1, area, 3}));
+                  std::vector<int>({7, 8, korvan::kDirectionWrite, 5, 1, area, 3}));
         EXPECT_EQ(r.nameText + r.addressText, QString::fromLatin1("tag") + address);
         EXPECT_EQ(records(), expected) << maxUnits;
     }
@@ -160,7 +163,7 @@ TEST_F(RegisterImage, HostWritesAreCutIntoRecords) {
               std::vector<int>({2, 250, 500, 50, 9}));
 }
 
-// Write mode 2 queues, and the image shows the write once its frame is built, or at once while
+// kWriteToPlc queues, and the image shows the write once its frame is built, or at once while
 // the link is down; other modes show it at once. Mirroring changes only the bits written (bits
 // 20..29 are bits 4..13 of word 1, with 4, 6, 7 and 13 on; bit 15 of word 10 on, bit 0 of word 11
 // off) and takes only what the payload carries. Texts, areas and counts that name nothing are
@@ -169,21 +172,23 @@ TEST_F(RegisterImage, HostWritesAreCutIntoRecords) {
 TEST_F(RegisterImage, WhatHostWritesShowAndWhatTheyRefuse) {
     setWord(2, 1, 0xFFFF);
     setWord(14, 11, 0xFFFF);
-    info.writeMode = 2;
+    info.writeMode = korvan::kWriteToPlc;
     EXPECT_EQ(write(14, "50", "34 12", 1), 1);
     driver.commFailed = 1;
-    // area, address, count, the result: 0 for a text that does not parse, else the list's size
+    const int bitOfWord = korvan::kAreaBitOfWord, notParsed = korvan::kAddressNotParsed;
+    // area, address, count, the result: for a text that parses, the list's size
     // clang-format off
     const std::array<std::tuple<int, const char*, int, int>, 6> refused{{
-        {29, "1.2.3", 1, 0}, {14, "abc", 1, 0}, {30, "5", 1, 1}, {-1, "5", 1, 1}, {14, "5", 0, 1}, {14, "5", -4, 1}}};
+        {bitOfWord, "1.2.3", 1, notParsed}, {14, "abc", 1, notParsed}, {30, "5", 1, 1}, {-1, "5", 1, 1},
+        {14, "5", 0, 1}, {14, "5", -4, 1}}};
     // clang-format on
     for (const auto& [area, address, count, result] : refused) {
         EXPECT_EQ(write(area, address, "01 00", count), result) << area << " " << address;
     }
     EXPECT_TRUE(write(2, "20", "01 00 01 01 00 00 00 00 00 01", 10) == 2 &&
-                write(29, "10.15", "01 00", 2) == 4);
+                write(bitOfWord, "10.15", "01 00", 2) == 4);
     driver.commFailed = 0;
-    for (int mode : {0, 1, 3}) {
+    for (int mode : {int(korvan::kWriteImageOnly), 1, 3}) {
         info.writeMode = mode;
         EXPECT_EQ(write(14, "51", "78 56", 1), 4) << mode;
     }
@@ -197,7 +202,7 @@ TEST_F(RegisterImage, WhatHostWritesShowAndWhatTheyRefuse) {
     driver.registerCache.clear();
     info.maxUnits = 1;
     write(14, "0", "", 3000);
-    write(29, "0.0", "", 3000 * 16);
+    write(bitOfWord, "0.0", "", 3000 * 16);
     EXPECT_TRUE(driver.registerCache.size() == 3000 &&
                 driver.registerCache.contains(key(14, 2999)));
     driver.registerCache.clear();
@@ -205,5 +210,5 @@ TEST_F(RegisterImage, WhatHostWritesShowAndWhatTheyRefuse) {
     write(2, "0", "", INT_MAX);
     EXPECT_TRUE(image().empty());
     SetComInfo(nullptr);
-    EXPECT_EQ(write(14, "5", "01 00", 1), 0);
+    EXPECT_EQ(write(14, "5", "01 00", 1), notParsed);
 }

@@ -17,32 +17,34 @@ std::string listed(const QList<RW_VAR>& list, bool full = true) {
 
 class Lists : public DriverTest {
 protected:
-    int addOnce(RW_VAR v) { return AddListOnceReadVar(&v, 0); }
+    int addOnce(RW_VAR v) { return AddListOnceReadVar(&v, korvan::kOnceReadPlanned); }
 };
 
 }  // namespace
 
-// Plain appends take copies unchanged; the write list stops at 2048, the verbatim once-read
-// mode at nothing.
+// Plain appends take copies unchanged; the write list stops at kListCapacity, the verbatim
+// once-read mode at nothing.
 TEST_F(Lists, PlainAppendsAndTheWriteListCap) {
     RW_VAR bits = hostVar(2, "35", 20, 9);
     EXPECT_TRUE(AddListReadVar(&bits) == 1 && AddListReadVar(nullptr) == 1);
     EXPECT_EQ(listed(driver.readList), "9/2/0+20");  // not normalised
+    const int full = korvan::kListCapacity, verbatim = korvan::kOnceReadVerbatim;
     RW_VAR v = var(14, 0, 1);
-    for (int i = 0; i < 2047; ++i) {
+    for (int i = 0; i < full - 1; ++i) {
         driver.writeList.append(v);
         driver.onceReadList.append(v);
     }
     v.itemId = 5;
     EXPECT_EQ(
         std::vector<int>({AddListWriteVar(&v), AddListWriteVar(&v), AddListWriteVar(nullptr)}),
-        std::vector<int>({2048, 2048, 2048}));
+        std::vector<int>({full, full, full}));
     EXPECT_EQ(driver.writeList.last().itemId, 5);
     RW_VAR unchecked = hostVar(14, "not an address", 1, 0);
-    EXPECT_EQ(
-        std::vector<int>({AddListOnceReadVar(&unchecked, 1), AddListOnceReadVar(&unchecked, 1),
-                          AddListOnceReadVar(nullptr, 1), AddListOnceReadVar(nullptr, 0)}),
-        std::vector<int>({2048, 2049, 2049, 0}));
+    EXPECT_EQ(std::vector<int>({AddListOnceReadVar(&unchecked, verbatim),
+                                AddListOnceReadVar(&unchecked, verbatim),
+                                AddListOnceReadVar(nullptr, verbatim),
+                                AddListOnceReadVar(nullptr, korvan::kOnceReadPlanned)}),
+              std::vector<int>({full, full + 1, full + 1, korvan::kAddressNotParsed}));
     EXPECT_EQ(driver.onceReadList.last().addressText, QString::fromLatin1("not an address"));
 }
 
@@ -55,7 +57,7 @@ TEST_F(Lists, PlainAppendsAndTheWriteListCap) {
 TEST_F(Lists, NormalisingOnceReads) {
     RW_VAR v = hostVar(20, "0", 250);
     v.mark = v.extra = 7;
-    EXPECT_EQ(AddListOnceReadVar(&v, 0), 3);
+    EXPECT_EQ(AddListOnceReadVar(&v, korvan::kOnceReadPlanned), 3);
     EXPECT_EQ(listed(driver.onceReadList), "1/20/0+100 1/20/100+100 1/20/200+50");
     EXPECT_EQ(std::vector<int>({v.address, v.count, driver.onceReadList.at(0).mark, v.extra}),
               std::vector<int>({250, 50, 0, 0}));
@@ -68,12 +70,12 @@ TEST_F(Lists, NormalisingOnceReads) {
         std::vector<int>({AddListOnceReadVar(&again, 7), addOnce(otherItem), addOnce(otherPort),
                           addOnce(hostVar(0, "18", 1)), addOnce(hostVar(14, "-4", 1)),
                           addOnce(hostVar(14, "1", 0)), addOnce(hostVar(14, "1", -3))}),
-        std::vector<int>({3, 4, 5, 0, 0, 5, 5}));
+        std::vector<int>({3, 4, 5, korvan::kAddressNotParsed, korvan::kAddressNotParsed, 5, 5}));
 
     driver.onceReadList.clear();
     info.defaultStation = 3;
     addOnce(hostVar(14, "5", 1, 9));
-    addOnce(hostVar(29, "10.3", 1));
+    addOnce(hostVar(korvan::kAreaBitOfWord, "10.3", 1));
     info.perVarStation = 1;
     addOnce(hostVar(2, "35", 20, 6));
     addOnce(hostVar(14, "5", 1, 4));
@@ -87,12 +89,12 @@ TEST_F(Lists, NormalisingOnceReads) {
     }
     driver.onceReadList.clear();
     info.maxUnits = 1;
-    v = hostVar(14, "0", 0x7FFFFFFF);  // two billion pieces: the list fills at 2048
-    EXPECT_EQ(AddListOnceReadVar(&v, 0), 2048);
+    v = hostVar(14, "0", 0x7FFFFFFF);  // two billion pieces: the list fills up
+    EXPECT_EQ(AddListOnceReadVar(&v, korvan::kOnceReadPlanned), korvan::kListCapacity);
     EXPECT_EQ(std::vector<int>({driver.onceReadList.last().address, v.address, v.count}),
-              std::vector<int>({2047, 0x7FFFFFFF, 1}));
+              std::vector<int>({korvan::kListCapacity - 1, 0x7FFFFFFF, 1}));
     SetComInfo(nullptr);
-    EXPECT_EQ(addOnce(hostVar(14, "5", 1)), 0);
+    EXPECT_EQ(addOnce(hostVar(14, "5", 1)), korvan::kAddressNotParsed);
 }
 
 // A variable joins the block when it starts fewer than max words after the block's first word,
@@ -134,11 +136,13 @@ TEST_F(Lists, GroupingAndPlanningBlocks) {
     EXPECT_EQ(listed(pieces, false), "40+10 50+10 60+5 60+1 61+1 62+1");
     info.maxUnits = 10;
     info.perVarStation = 1;
+    const int bitOfWord = korvan::kAreaBitOfWord;
     EXPECT_EQ(
-        rebuild({cyclicVar(14, "5", 1, 3), cyclicVar(14, "oops", 1, 1), cyclicVar(29, "20.3", 1, 1),
-                 cyclicVar(2, "0", 16, 3), cyclicVar(14, "21", 1, 1), cyclicVar(2, "32", 1, 1),
-                 cyclicVar(14, "7", 1, 0), cyclicVar(0, "18", 1), cyclicVar(29, "10", 1),
-                 cyclicVar(14, "3", 0), cyclicVar(14, "8", -5), cyclicVar(2, "16", 0)}),
+        rebuild({cyclicVar(14, "5", 1, 3), cyclicVar(14, "oops", 1, 1),
+                 cyclicVar(bitOfWord, "20.3", 1, 1), cyclicVar(2, "0", 16, 3),
+                 cyclicVar(14, "21", 1, 1), cyclicVar(2, "32", 1, 1), cyclicVar(14, "7", 1, 0),
+                 cyclicVar(0, "18", 1), cyclicVar(bitOfWord, "10", 1), cyclicVar(14, "3", 0),
+                 cyclicVar(14, "8", -5), cyclicVar(2, "16", 0)}),
         4);
     EXPECT_EQ(listed(driver.readList), "1/2/2+1 1/14/20+2 3/2/0+1 3/14/5+1");
     info.perVarStation = 0;
@@ -156,9 +160,10 @@ TEST_F(Lists, RebuildReplacesTheListAndRestartsTheScan) {
     RW_VAR stale = hostVar(14, "3", 1);
     AddListReadVar(&stale);
     driver.scanCount = 5;
-    info.scanDone = 1;
+    info.scanDone = korvan::kScanDone;
     EXPECT_TRUE(rebuild({}) == 0 && ReCreatReadVarList(nullptr) == 0 && driver.readList.isEmpty());
-    EXPECT_EQ(std::make_pair(driver.scanCount, info.scanDone), std::make_pair(5, 1));
+    EXPECT_EQ(std::make_pair(driver.scanCount, info.scanDone),
+              std::make_pair(5, korvan::kScanDone));
     EXPECT_EQ(rebuild({cyclicVar(14, "x", 1)}), 0);
     EXPECT_EQ(std::make_pair(driver.scanCount, info.scanDone), std::make_pair(0, 0));
     AddListReadVar(&stale);
@@ -171,7 +176,8 @@ TEST_F(Lists, RebuildReplacesTheListAndRestartsTheScan) {
     const RW_VAR& e = driver.readList.first();
     EXPECT_EQ(std::vector<int>({e.ownerId, e.itemId, e.direction, e.remoteMode, e.port, e.result,
                                 e.mark, e.extra, e.data.size()}),
-              std::vector<int>({0, -1, 0, 3, 9, 0, 0, 0, 0}));
+              std::vector<int>({korvan::kCyclicOwnerId, korvan::kCyclicItemId,
+                                korvan::kDirectionRead, 3, 9, 0, 0, 0, 0}));
     EXPECT_EQ(e.nameText + e.addressText + driver.readList.last().nameText,
               QString::fromLatin1("level35a"));
 }

@@ -12,7 +12,7 @@ protected:
         std::string started;
         while (started.size() <= 40 && ComCommunication() != nullptr) {
             started += "RWO"[driver.currentSource];
-            EXPECT_EQ(poll(), 1);
+            EXPECT_EQ(poll(), korvan::kResultGood);
         }
         return started;
     }
@@ -29,30 +29,32 @@ TEST_F(Polling, EachKindOfExchangeAgainstThePlc) {
     plc.setWord(1, 0x80, 101, 0x5678);
     plc.setWord(1, 0x03, 3, 0x8001);  // bits 48 and 63 of area 2
     plc.setWord(1, 0x80, 10, 0x0100);
+    const int good = korvan::kResultGood, remoteGood = korvan::kResultRemoteGood,
+              done = korvan::kStatusDone, bitOfWord = korvan::kAreaBitOfWord;
     // list (0 cyclic reads, 1 writes, 2 once-reads), remote mode, the entry, every frame sent,
     // DataCom's codes, the image afterwards, the host's callbacks
     // clang-format off
     const std::tuple<int, int, RW_VAR, const char*, std::vector<int>, Image, ResultCalls> cases[] = {
         {0, 0, var(14, 100, 2), "01 20 80 00 00 64 00 02 7F DB",
-         {1}, {{key(14, 100), 0x1234}, {key(14, 101), 0x5678}}, {}},
+         {good}, {{key(14, 100), 0x1234}, {key(14, 101), 0x5678}}, {}},
         {0, 0, var(2, 3, 1), "01 1E 03 00 00 30 00 10 7E 36",
-         {1}, {{key(2, 3), 0x8001}}, {}},
+         {good}, {{key(2, 3), 0x8001}}, {}},
         {1, 0, owned(writeVar(14, 100, 2, "CD AB 01 00"), 1, 2), "01 21 80 00 00 64 00 02 04 AB CD 00 01 53 36",
-         {1}, {{key(14, 100), 0xABCD}, {key(14, 101), 1}}, {{77, 1, 2, 1}}},
+         {good}, {{key(14, 100), 0xABCD}, {key(14, 101), 1}}, {{77, 1, 2, done}}},
         // Bit 3 of word 10: the word is read, then written back with the bit set.
-        {1, 0, writeVar(29, 163, 1, "01"), "01 20 80 00 00 0A 00 01 5E 07 | 01 21 80 00 00 0A 00 01 02 01 08 93 B1",
-         {1, 1}, {{key(14, 10), 0x0008}}, {{77, 0, 0, 1}}},
+        {1, 0, writeVar(bitOfWord, 163, 1, "01"), "01 20 80 00 00 0A 00 01 5E 07 | 01 21 80 00 00 0A 00 01 02 01 08 93 B1",
+         {good, good}, {{key(14, 10), 0x0008}}, {{77, 0, 0, done}}},
         {2, 0, owned(var(14, 100, 2), 0, 0, 2), "01 20 80 00 00 64 00 02 7F DB",
-         {100}, {}, {}},
-        {1, 0, owned(writeVar(29, 164, 1, "01"), 0, 0, 2), "01 20 80 00 00 0A 00 01 5E 07 | 01 21 80 00 00 0A 00 01 02 01 18 92 7D",
-         {1, 100}, {{key(14, 10), 0x0010}}, {{77, 0, 0, 1}}},
+         {remoteGood}, {}, {}},
+        {1, 0, owned(writeVar(bitOfWord, 164, 1, "01"), 0, 0, 2), "01 20 80 00 00 0A 00 01 5E 07 | 01 21 80 00 00 0A 00 01 02 01 18 92 7D",
+         {good, remoteGood}, {{key(14, 10), 0x0010}}, {{77, 0, 0, done}}},
         {2, 1, owned(var(14, 100, 1), 3, 4), "16 03 00 01 01 00 0E 00 00 00 64 00 01 00 00 00 00 00 00 00 00 8E",
-         {1}, {{key(14, 100), 0xABCD}}, {{77, 3, 4, 1}}},
+         {good}, {{key(14, 100), 0xABCD}}, {{77, 3, 4, done}}},
         // To station 0 every PLC listens and none answers: no reply is the good one.
         {1, 0, writeVar(14, 60, 1, "34 12", 0), "00 21 80 00 00 3C 00 01 02 12 34 9F FA",
-         {1}, {{key(14, 60, 0), 0x1234}}, {{77, 0, 0, 1}}},
+         {good}, {{key(14, 60, 0), 0x1234}}, {{77, 0, 0, done}}},
         {1, 1, writeVar(14, 50, 1, "34 12"), "18 00 01 01 01 00 0E 00 00 00 32 00 01 00 00 00 00 00 00 00 00 34 12 A2",
-         {1}, {{key(14, 50), 0x1234}}, {{77, 0, 0, 1}}},
+         {good}, {{key(14, 50), 0x1234}}, {{77, 0, 0, done}}},
     };
     // clang-format on
     QList<RW_VAR>* const lists[] = {&driver.readList, &driver.writeList, &driver.onceReadList};
@@ -84,7 +86,7 @@ TEST_F(Polling, SchedulerOrderAndBursts) {
     driver.onceBurst = 5;
     EXPECT_EQ(ComCommunication(), nullptr);
     EXPECT_EQ(std::vector<int>({driver.writeBurst, driver.onceBurst, info.scanDone}),
-              std::vector<int>({0, 0, 1}));
+              std::vector<int>({0, 0, korvan::kScanDone}));
     for (int i = 0; i < 7; ++i) {
         driver.writeList.append(owned(writeVar(14, i, 1, "00 00"), 1, i));
         driver.onceReadList.append(var(14, 100 + i, 1));
@@ -99,7 +101,7 @@ TEST_F(Polling, SchedulerOrderAndBursts) {
     SetComInfo(nullptr);  // without a port record nothing is planned or judged
     driver.readList.append(var(14, 0, 1));
     EXPECT_EQ(ComCommunication(), nullptr);
-    EXPECT_EQ(DataCom(nullptr, 0)->result, 1);
+    EXPECT_EQ(DataCom(nullptr, 0)->result, korvan::kResultGood);
 }
 
 // Stations are switched off and on in one map behind both entry points; a negative station
@@ -111,24 +113,24 @@ TEST_F(Polling, SwitchedOffStations) {
         return std::vector<int>({Ethernetcontains(2), Ethernetcontains(3), Ethernetcontains(5),
                                  driver.stationMap.size()});
     };
-    EnCommStation(3, 0);
-    EnCommStation(3, 0);
-    EnCommStation(5, 0);
+    EnCommStation(3, korvan::kStationOff);
+    EnCommStation(3, korvan::kStationOff);
+    EnCommStation(5, korvan::kStationOff);
     EnCommStation(5, 7);
     EnableEthernet(5, -1);
     EXPECT_EQ(off(), std::vector<int>({0, 1, 1, 2}));
-    EnableEthernet(-1, 0);
-    EnCommStation(2, 0);
+    EnableEthernet(korvan::kAllStations, korvan::kStationOff);
+    EnCommStation(2, korvan::kStationOff);
     EXPECT_EQ(off(), std::vector<int>({1, 0, 0, 1}));
     driver.writeList << writeVar(14, 0, 1, "00 00", 2) << writeVar(14, 9, 1, "00 00");
     driver.onceReadList.append(var(14, 0, 1, 2));
     driver.readList << var(14, 1, 1, 2) << var(14, 2, 1, 3) << var(14, 3, 1, 3);
-    EXPECT_EQ(run(2), (std::vector<int>{1, 1}));
+    EXPECT_EQ(run(2), (std::vector<int>{korvan::kResultGood, korvan::kResultGood}));
     EXPECT_EQ(hex(sent[0].mid(5, 1) + sent[1].mid(5, 1)), "09 02");  // address bytes
     EXPECT_TRUE(results.size() == 1 && driver.writeList.isEmpty() && driver.onceReadList.isEmpty());
-    EnCommStation(3, 0);
+    EnCommStation(3, korvan::kStationOff);
     EXPECT_EQ(ComCommunication(), nullptr);
-    EnableEthernet(3, 1);
+    EnableEthernet(3, korvan::kStationOn);
     ASSERT_NE(ComCommunication(), nullptr);
     EXPECT_TRUE(request(0).var.address == 3 && driver.readList.first().address == 3);
 }
@@ -138,34 +140,37 @@ TEST_F(Polling, SwitchedOffStations) {
 // failure, the host hears of it through both callbacks, the scan starts again, and the link
 // counts as failed until the next good reply. A cyclic read rotates to the end either way.
 TEST_F(Polling, RetriesAbandonmentAndRecovery) {
+    const int good = korvan::kResultGood, retry = korvan::kResultRetry, flag = korvan::kErrorFlag,
+              silent0 = korvan::failureCode(korvan::kFailLocalSilent, korvan::kCyclicOwnerId),
+              silent5 = korvan::failureCode(korvan::kFailLocalSilent, 5);
     driver.retVar.ownerId = 9;
-    EXPECT_TRUE(DataCom(nullptr, 5)->result == 1 && driver.retVar.ownerId == 9);  // none queued
+    EXPECT_TRUE(DataCom(nullptr, 5)->result == good && driver.retVar.ownerId == 9);  // none queued
     driver.readList << var(14, 100, 2) << var(14, 500, 1);
-    EXPECT_EQ(run(2), (std::vector<int>{1, 1}));
+    EXPECT_EQ(run(2), (std::vector<int>{good, good}));
     EXPECT_EQ(info.scanDone, 0);
-    EXPECT_EQ(poll(), 1);
+    EXPECT_EQ(poll(), good);
     EXPECT_EQ(std::vector<int>({info.scanDone, driver.scanCount, driver.retVar.address,
                                 driver.readList.last().address}),
-              std::vector<int>({1, 0, 100, 100}));
+              std::vector<int>({korvan::kScanDone, 0, 100, 100}));
 
     plcsim::Faults silent;
     silent.silentStations = {1};
     plc.setFaults(silent);
-    EXPECT_EQ(run(3), (std::vector<int>{0, 0, 41}));  // nothing received, owner 0
+    EXPECT_EQ(run(3), (std::vector<int>{retry, retry, silent0}));
     EXPECT_TRUE(sent[3] == sent[4] && sent[4] == sent[5] && driver.requestQueue.isEmpty());
     EXPECT_EQ(std::vector<int>({driver.commFailed, info.retryCount, info.scanDone,
                                 driver.readList.last().address}),
               std::vector<int>({1, 0, 0, 500}));
-    info.writeMode = 2;
+    info.writeMode = korvan::kWriteToPlc;
     EXPECT_EQ(write(14, "4", "08 00", 1, 5, 6), 1);
     EXPECT_EQ(hex(read(14, "4", 1)), "08 00");  // shown at once while the link is down
-    EXPECT_EQ(run(3), (std::vector<int>{0, 0, 46}));
-    EXPECT_EQ(results, (ResultCalls{{77, 5, 6, 2}}));
-    EXPECT_EQ(errors, (ErrorCalls{{0, 0, 1}, {0, 5, 1}}));
+    EXPECT_EQ(run(3), (std::vector<int>{retry, retry, silent5}));
+    EXPECT_EQ(results, (ResultCalls{{77, 5, 6, korvan::kStatusFailed}}));
+    EXPECT_EQ(errors, (ErrorCalls{{0, korvan::kCyclicOwnerId, flag}, {0, 5, flag}}));
 
     plc.setFaults(plcsim::Faults());
     write(14, "4", "07 00", 1, 5, 7);
-    EXPECT_EQ(run(2), (std::vector<int>{1, 1}));
+    EXPECT_EQ(run(2), (std::vector<int>{good, good}));
     EXPECT_TRUE(!driver.commFailed && plc.word(1, 0x80, 4) == 7);
     EXPECT_EQ(results.size(), 2u);  // the write's; cyclic reads are never reported
 }
@@ -177,30 +182,43 @@ TEST_F(Polling, RetriesAbandonmentAndRecovery) {
 TEST_F(Polling, ResultCodesTellCauseFamilyAndOwner) {
     const QByteArray good = withCrc(bytesOf("01 20 02 00 00"));
     const QByteArray padded = good + QByteArray(100, '\xEE');
-    // owner, judged as remote, reply, its length as the host gives it, code
+    using korvan::failureCode;
+    const int invalid = korvan::kFailLocalInvalid, silent = korvan::kFailLocalSilent,
+              length = korvan::kFailLocalLength, remoteInvalid = korvan::kFailRemoteInvalid,
+              remoteSilent = korvan::kFailRemoteSilent, remoteLength = korvan::kFailRemoteLength;
+    // owner, judged as remote, reply, its length as the host gives it, code; owners beyond
+    // 0..11 share owner 0's
     const std::tuple<int, bool, QByteArray, int, int> cases[] = {
         // clang-format off
-        {0, false, good.left(6), 6, 71}, {3, false, good + 'x', 8, 74}, {11, false, good.left(6), 6, 82},
-        {12, false, good, 6, 71}, {-1, false, good, 8, 71}, {0, false, QByteArray(), 0, 41},
-        {0, false, QByteArray(7, 1), 7, 11}, {0, true, QByteArray(), 0, 141},
-        {0, true, good.left(6), 6, 171}, {0, true, QByteArray(7, 1), 7, 111}, {0, false, padded, 7, 1},
-        {2, false, good.left(4), 7, 73},  // claims 7 bytes, holds 4
-        {2, true, padded, 7, 100},
+        {0, false, good.left(6), 6, failureCode(length, 0)},
+        {3, false, good + 'x', 8, failureCode(length, 3)},
+        {11, false, good.left(6), 6, failureCode(length, 11)},
+        {12, false, good, 6, failureCode(length, 0)},
+        {-1, false, good, 8, failureCode(length, 0)},
+        {0, false, QByteArray(), 0, failureCode(silent, 0)},
+        {0, false, QByteArray(7, 1), 7, failureCode(invalid, 0)},
+        {0, true, QByteArray(), 0, failureCode(remoteSilent, 0)},
+        {0, true, good.left(6), 6, failureCode(remoteLength, 0)},
+        {0, true, QByteArray(7, 1), 7, failureCode(remoteInvalid, 0)},
+        {0, false, padded, 7, korvan::kResultGood},
+        {2, false, good.left(4), 7, failureCode(length, 2)},  // claims 7 bytes, holds 4
+        {2, true, padded, 7, korvan::kResultRemoteGood},
         // clang-format on
     };
-    for (const auto& [owner, remote, reply, length, code] : cases) {
+    for (const auto& [owner, remote, reply, given, code] : cases) {
         driver.requestQueue.clear();
         read_register(owned(var(14, 0, 1), owner, 0));
         QByteArray bytes = reply;
-        EXPECT_EQ((remote ? DealDataOfRemoteArea : DealDataOfLocalArea)(&bytes, length), code)
+        EXPECT_EQ((remote ? DealDataOfRemoteArea : DealDataOfLocalArea)(&bytes, given), code)
             << owner << " " << hex(reply);
     }
-    EXPECT_TRUE(DealDataOfLocalArea(nullptr, 7) == 43 &&
-                SwitchErrorReturn(70) == 73);  // null: none
+    EXPECT_TRUE(DealDataOfLocalArea(nullptr, 7) == failureCode(silent, 2) &&
+                SwitchErrorReturn(length) == failureCode(length, 2));  // null: none
     driver.requestQueue.clear();  // nothing queued: no owner, and a kind without a code
-    EXPECT_EQ(std::vector<int>({DealDataOfRemoteArea(nullptr, 0), SwitchErrorReturn(140),
+    EXPECT_EQ(std::vector<int>({DealDataOfRemoteArea(nullptr, 0), SwitchErrorReturn(remoteSilent),
                                 GetDriverReturnValue(2), GetDriverReturnValue(8)}),
-              std::vector<int>({111, 141, 41, 200}));
+              std::vector<int>({failureCode(remoteInvalid, 0), failureCode(remoteSilent, 0),
+                                failureCode(silent, 0), 200}));
 }
 
 // A local write too long for any frame never reaches the wire: the host hears once that the
@@ -209,28 +227,31 @@ TEST_F(Polling, ResultCodesTellCauseFamilyAndOwner) {
 // rest of the abandoned variable is purged, with per-variable stations only on its station.
 // Callbacks that were never registered are skipped.
 TEST_F(Polling, ResultsPerHostVariablePurgesAndWritesTooLong) {
-    info.writeMode = 2;
+    const int good = korvan::kResultGood, done = korvan::kStatusDone,
+              failed = korvan::kStatusFailed,
+              silent4 = korvan::failureCode(korvan::kFailLocalSilent, 4);
+    info.writeMode = korvan::kWriteToPlc;
     info.maxUnits = 1500;  // raised after SetComInfo: pieces of 3,000 bytes
     info.retryCount = 1;
-    info.scanDone = 1;
+    info.scanDone = korvan::kScanDone;
     EXPECT_EQ(write(14, "0", "", 3000, 4, 8), 2);
     driver.writeList.append(owned(writeVar(14, 9, 1, "01 00"), 5, 9));
-    EXPECT_EQ(poll(), 1);
+    EXPECT_EQ(poll(), good);
     EXPECT_EQ(hex(sent.at(0).left(6)), "01 21 80 00 00 09");  // the write that fits
-    EXPECT_EQ(results, (ResultCalls{{77, 4, 8, 2}, {77, 5, 9, 1}}));
+    EXPECT_EQ(results, (ResultCalls{{77, 4, 8, failed}, {77, 5, 9, done}}));
     EXPECT_EQ(std::vector<int>({driver.commFailed, info.retryCount, info.scanDone,
                                 driver.writeList.size(), static_cast<int>(errors.size())}),
-              std::vector<int>({0, 1, 1, 0, 0}));
+              std::vector<int>({0, 1, korvan::kScanDone, 0, 0}));
     EXPECT_EQ(image(), (Image{{key(14, 9), 1}}));  // the refused write is not mirrored
     results.clear();
     EXPECT_EQ(write(14, "0", "", 1500, 6, 1), 1);  // alone: nothing at all to send
     EXPECT_TRUE(poll() == -1 && sent.size() == 1);
-    EXPECT_EQ(results, (ResultCalls{{77, 6, 1, 2}}));
+    EXPECT_EQ(results, (ResultCalls{{77, 6, 1, failed}}));
     results.clear();
     const RW_VAR piece = owned(writeVar(14, 0, 1, "00 00"), 4, 8);
     driver.writeList << piece << piece << piece << owned(piece, 4, 8, 2);  // the last: another port
-    EXPECT_EQ(run(3), (std::vector<int>{1, 1, 1}));
-    EXPECT_EQ(results, (ResultCalls{{77, 4, 8, 1}}));
+    EXPECT_EQ(run(3), (std::vector<int>{good, good, good}));
+    EXPECT_EQ(results, (ResultCalls{{77, 4, 8, done}}));
     EXPECT_EQ(driver.retVar.ownerId, 4);
     driver.writeList.clear();
     results.clear();
@@ -239,14 +260,14 @@ TEST_F(Polling, ResultsPerHostVariablePurgesAndWritesTooLong) {
     plc.setFaults(plcsim::Faults{1.0, 0, 0, 0, {}, 1});  // every reply dropped
     driver.writeList << piece << piece << owned(writeVar(14, 0, 1, "00 00", 2), 4, 8)
                      << owned(writeVar(14, 0, 1, "00 00"), 4, 9);
-    EXPECT_EQ(poll(), 45);  // nothing received, owner 4
-    EXPECT_EQ(results, (ResultCalls{{77, 4, 8, 2}}));
+    EXPECT_EQ(poll(), silent4);
+    EXPECT_EQ(results, (ResultCalls{{77, 4, 8, failed}}));
     ASSERT_EQ(driver.writeList.size(), 2);
     EXPECT_EQ(std::make_pair(driver.writeList.at(0).station, driver.writeList.at(1).itemId),
               std::make_pair(2, 9));
     RegistCallBackFuncIntf(nullptr, nullptr);
     driver.writeList.clear();
     driver.onceReadList << piece << owned(var(14, 0, 1), 4, 9);
-    EXPECT_EQ(run(3), (std::vector<int>{45, 45, -1}));
+    EXPECT_EQ(run(3), (std::vector<int>{silent4, silent4, -1}));
     EXPECT_TRUE(results.size() == 1 && errors.size() == 1);
 }

@@ -58,7 +58,7 @@ public:
         info.defaultStation = port + 1;
         info.retryLimit = 2;
         info.portId = 1;
-        info.writeMode = 2;
+        info.writeMode = korvan::kWriteToPlc;
         SetComInfo(&info);
         QList<HOSTVAR> cyclic{cyclicVar(14, zero, words, port + 1)};
         ReCreatReadVarList(&cyclic);
@@ -103,10 +103,10 @@ void runPort(Library& lib, int port) {
     QByteArray value(2, static_cast<char>(0x11 * station));
     lib.SetRegisterData(QString(), 14, QString::fromLatin1("100"), station, &value, 1, 1, port);
     RW_VAR v = hostVar(14, "200", 1, station);
-    lib.AddListOnceReadVar(&v, 0);
-    lib.EnCommStation(10 + port, 0);
+    lib.AddListOnceReadVar(&v, korvan::kOnceReadPlanned);
+    lib.EnCommStation(10 + port, korvan::kStationOff);
     for (int round = 0; round < 6; ++round) {
-        EXPECT_EQ(lib.poll(), 1) << "round " << round;
+        EXPECT_EQ(lib.poll(), korvan::kResultGood) << "round " << round;
     }
     EXPECT_EQ(lib.plc->word(station, 0x80, 100), 0x1111 * station);
     for (int a : {0, 1, 2, 3, 200}) {
@@ -194,7 +194,7 @@ TEST(ConcurrencyOfCopies, PollingAndHostThreadsOfEveryCopy) {
                                      turn);
                 RW_VAR once = hostVar(14, "", 2, port + 1);
                 once.addressText = texts[(turn + 7) % (kWords - 1)];
-                copy.AddListOnceReadVar(&once, 0);
+                copy.AddListOnceReadVar(&once, korvan::kOnceReadPlanned);
                 QByteArray words;
                 copy.GetRegisterData(QString(), 14, texts[0], port + 1, &words, kWords);
             }

@@ -9,8 +9,9 @@ int main() {
     FlashLocalRegister(&localBits, nullptr, nullptr);
     // The local read of 2 words at address 100 of station 1; its CRC is sent as 7F DB.
     unsigned char request[] = {0x01, 0x20, 0x80, 0x00, 0x00, 0x64, 0x00, 0x02};
-    const bool works = PLCAddressChangeIntef(29, QString::fromLatin1("10.3")) == 163 &&
-                       CalCRC(request, sizeof request) == 0xDB7F && LB == &localBits;
+    const bool works =
+        PLCAddressChangeIntef(korvan::kAreaBitOfWord, QString::fromLatin1("10.3")) == 163 &&
+        CalCRC(request, sizeof request) == 0xDB7F && LB == &localBits;
     std::puts(works ? "installed driver works" : "installed driver misbehaves");
     return works ? 0 : 1;
 }
