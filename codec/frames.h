@@ -29,7 +29,7 @@ constexpr int kBroadcastStation = 0;
 
 // Reply length a write request expects: the acknowledgement, or nothing from station 0.
 constexpr int writeReplyLength(int station) {
-    return station == kBroadcastStation ? 0 : kWriteReplyLength;
+    return station == kBroadcastStation ? korvan::kReplyNone : kWriteReplyLength;
 }
 
 // A request for `var`: `frame` sent whole, and the reply it expects.

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr int kAnyReplyLength = -1;
-
 enum class Arrival { Nothing, WrongLength, Complete };
 
 // What arrived, judged by its count alone. The host's count is checked against the bytes it
@@ -20,10 +18,10 @@ Arrival arrivalFor(const Protocol& head, const QByteArray* reply, int length) {
     if (reply == nullptr) {
         length = 0;
     }
-    if (length == 0 && head.replyLength != 0) {
+    if (length == 0 && head.replyLength != korvan::kReplyNone) {
         return Arrival::Nothing;
     }
-    if (head.replyLength != length && head.replyLength != kAnyReplyLength) {
+    if (head.replyLength != length && head.replyLength != korvan::kReplyAnyLength) {
         return Arrival::WrongLength;
     }
     if (length < 0 || length > (reply != nullptr ? reply->size() : 0)) {
