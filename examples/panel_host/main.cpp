@@ -80,7 +80,8 @@ bool parseOptions(int argc, char** argv, Options* o) {
     o->scans = 0;
     o->write.tag = -1;
     o->write.value = 0;
-    for (int i = 1; i < argc; ++i) {
+    // Every option takes a value.
+    for (int i = 1; i < argc; i += 2) {
         const char* value = i + 1 < argc ? argv[i + 1] : 0;
         bool ok = value != 0;
         if (strcmp(argv[i], "--device") == 0) {
@@ -101,7 +102,6 @@ bool parseOptions(int argc, char** argv, Options* o) {
                          value != 0 ? " " : "", value != 0 ? value : "");
             return false;
         }
-        ++i;
     }
     return (o->device != 0) != (o->tcp != 0);
 }

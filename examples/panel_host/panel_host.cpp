@@ -289,6 +289,8 @@ void PanelHost::issueWrite() {
         values.append(static_cast<char>(write_.value & 0xFF));
         values.append(static_cast<char>((write_.value >> 8) & 0xFF));
     }
+    // It returns the writes pending, at least this one under kWriteToPlc: 0 is an address that
+    // did not parse.
     if (SetRegisterData(QString::fromLatin1(tag.name), tag.area, QString::fromLatin1(tag.address),
                         port_.defaultStation, &values, 1, kWriteOwnerId,
                         kWriteItemId) == korvan::kAddressNotParsed) {
