@@ -16,7 +16,7 @@ const int kScanPeriodMs = 200;  // a scan starts at most this often
 const int kReplyTimeoutMs = 1000;
 const int kMaxUnits = 64;   // words one request reads or writes at most
 const int kRetryLimit = 2;  // bad replies tolerated before an exchange is abandoned
-const int kPortId = 1;      // every variable here is on this port: the local frame family
+const int kPortId = 1;      // this port's number: variables carrying it are its own
 const int kHostTag = 1;     // comes back as the first argument of onResult: tells ports apart
 // The write's keys, handed back to onResult. The owner also picks the failure code of an
 // abandoned exchange: korvan::failureCode(base, kWriteOwnerId).
