@@ -142,6 +142,7 @@ void Poller::run(const volatile std::sig_atomic_t& stop) {
     }
     stats_.cpuMs = threadCpuMs() - cpuAtStart;
     stats_.rssKbEnd = residentKb();
+    stats_.bytesDropped = link_.bytesDropped();
 }
 
 void Poller::drainWrites(const volatile std::sig_atomic_t& stop) {

@@ -197,6 +197,9 @@ void Report::printStatsText(int port, const RunStats& s) const {
         std::cerr << indent << "writes issued " << s.writesIssued << ", unanswered "
                   << s.writesUnanswered << ", answered twice " << s.writesRepeated << std::endl;
     }
+    if (s.bytesDropped > 0) {
+        std::cerr << indent << s.bytesDropped << " bytes received and dropped" << std::endl;
+    }
 }
 
 void Report::printStatsJson(int port, const RunStats& s) const {
@@ -217,6 +220,7 @@ void Report::printStatsJson(int port, const RunStats& s) const {
     stats["writes_issued"] = s.writesIssued;
     stats["writes_unanswered"] = s.writesUnanswered;
     stats["writes_repeated"] = s.writesRepeated;
+    stats["bytes_dropped"] = s.bytesDropped;
     stats["rss_kb_warm"] = s.rssKbWarm;
     stats["rss_kb_end"] = s.rssKbEnd;
     stats["cpu_ms"] = tenths(s.cpuMs);
