@@ -77,8 +77,9 @@ Variables and writes:
   --write AREA:ADDRESS[@STATION]=VALUE[,VALUE...]
                           a write, e.g. 14:100=0x1234 or 29:10.3=1 (repeatable)
   --write-at-scan N       make the writes after N complete scans (default 0: at once)
-  --write-every-scan      make the writes again every scan, with values that change, and at
-                          the end wait until every write has its result (soak runs)
+  --write-every-scan      make the writes again every scan, with values that change (soak runs)
+                          A run goes on until every write has its result, at most 10 s past
+                          its scans or seconds
 
 Several ports:
   --port NAME             start a port named NAME: the options, variables and writes that
@@ -100,8 +101,8 @@ Run and output:
                           simulator's memory file format
   --help                  this text
 
-Exit status: 0 done, 1 error (library, port, connection), 2 bad command line, 3 the PLC never
-answered. With several ports: 0 when every port was done, else 1 when any had an error, else 3.
+Exit status: 0 done, 1 error (library, port, connection, a write without a result), 2 bad
+command line, 3 the PLC never answered. With several ports: 0 when every port was done, else 1 when any had an error, else 3.
 )";
 
 namespace {

@@ -69,7 +69,11 @@ void poll(PortRun& run, refhost::Report& report, int index,
     if (!options.imageDump.empty()) {
         refhost::dumpImage(api, options.variables, options.settings, options.imageDump);
     }
-    run.status = run.stats.good == 0 ? kExitNeverAnswered : 0;
+    if (run.stats.writesUnanswered > 0) {
+        run.status = tools::kExitError;
+    } else {
+        run.status = run.stats.good == 0 ? kExitNeverAnswered : 0;
+    }
 }
 
 // Every port of the command line. A port that cannot start or whose line fails ends alone; the
@@ -136,6 +140,12 @@ int runPorts(const refhost::CommandLine& line) {
     report.finish(rows, stats);
     int status = 0;
     for (std::size_t i = 0; i < runs.size(); ++i) {
+        const long unanswered = runs[i].stats.writesUnanswered;
+        if (unanswered > 0) {
+            report.error(static_cast<int>(i), std::to_string(unanswered) +
+                                                  (unanswered == 1 ? " write" : " writes") +
+                                                  " got no result");
+        }
         if (runs[i].status == kExitNeverAnswered) {
             report.error(static_cast<int>(i), "the PLC never answered");
         }
