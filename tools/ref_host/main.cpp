@@ -10,6 +10,7 @@
 #include <memory>
 #include <thread>
 
+#include "address_check.h"
 #include "command_line.h"
 #include "driver_library.h"
 #include "host_options.h"
@@ -22,22 +23,6 @@
 namespace {
 
 constexpr int kExitNeverAnswered = 3;
-
-// The driver is the judge of address texts: ask it before anything is sent.
-void checkAddresses(const refhost::DriverApi& api, const refhost::HostOptions& options) {
-    auto check = [&](int area, const std::string& address, const std::string& text) {
-        if (api.addressOf(area, QString::fromStdString(address)) < 0) {
-            throw tools::UsageError("bad variable text '" + text + "': '" + address +
-                                    "' is not an address of area " + std::to_string(area));
-        }
-    };
-    for (const refhost::Variable& v : options.variables) {
-        check(v.area, v.address, v.name);
-    }
-    for (const refhost::Write& w : options.writes) {
-        check(w.area, w.address, w.text);
-    }
-}
 
 std::string libraryPath(const refhost::HostOptions& options) {
     return options.libraryPath.empty() ? refhost::besideThisProgram(KORVAN_LIBRARY_NAME)
@@ -99,7 +84,7 @@ int runPorts(const refhost::CommandLine& line) {
                 path = copies.back()->copyFor(ports[i].portName);
             }
             run.library = std::make_unique<refhost::DriverLibrary>(path);
-            checkAddresses(run.library->api(), ports[i]);
+            refhost::checkAddresses(run.library->api(), ports[i]);
             run.link = std::make_unique<refhost::Link>(ports[i]);
             report.start(static_cast<int>(i), run.link->description());
         } catch (const tools::UsageError&) {
