@@ -1,5 +1,6 @@
 #include "host_options.h"
 
+#include <cstdlib>
 #include <iterator>
 
 #include "command_line.h"
@@ -15,14 +16,20 @@ constexpr long kMaxRetries = 100;
 constexpr long kMaxTurnaroundMs = 60000;
 constexpr long kMaxScans = 1L << 30;
 constexpr long kMaxCycleMs = 3600000;
+// A run of a millisecond to a year: less polls nothing, and more is a slip of the finger that
+// would also overflow the clock.
+constexpr double kMinSeconds = 0.001;
+constexpr double kMaxSeconds = 366.0 * 24 * 3600;
 constexpr char kPortNameCharacters[] =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_";
 
 double parseSeconds(const std::string& text) {
     char* end = nullptr;
     const double value = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !(value > 0.0)) {
-        throw tools::UsageError("--seconds must be a positive number, not '" + text + "'");
+    // Written so that NaN fails too.
+    if (text.empty() || *end != '\0' || !(value >= kMinSeconds && value <= kMaxSeconds)) {
+        throw tools::UsageError(
+            "--seconds must be a number from 0.001 to 31622400 (a year), not '" + text + "'");
     }
     return value;
 }
