@@ -34,6 +34,16 @@ double parseSeconds(const std::string& text) {
     return value;
 }
 
+// Standard output carries the values: a file written there, as libpcap takes "-", would mix
+// with them.
+std::string outputFile(const std::string& path, const char* option) {
+    if (path == "-") {
+        throw tools::UsageError(std::string(option) +
+                                " takes a file name, not '-': standard output carries the values");
+    }
+    return path;
+}
+
 Format parseFormat(const std::string& text) {
     if (text == "table") {
         return Format::Table;
@@ -108,7 +118,7 @@ Run and output:
                           simulator's memory file format
   --help                  this text
 
-Exit status: 0 done, 1 error (library, port, connection, a write without a result), 2 bad
+Exit status: 0 done, 1 error (library, port, connection, file, a write without a result), 2 bad
 command line, 3 the PLC never answered. With several ports: 0 when every port was done, else 1 when any had an error, else 3.
 )";
 
@@ -189,8 +199,10 @@ const Rule kRules[] = {
     {"seconds", true, [](HostOptions& o, const std::string& v) { o.seconds = parseSeconds(v); }},
     {"format", true, [](HostOptions& o, const std::string& v) { o.format = parseFormat(v); }},
     {"trace", false, [](HostOptions& o, const std::string&) { o.trace = true; }},
-    {"pcap", true, [](HostOptions& o, const std::string& v) { o.pcapFile = v; }},
-    {"image-dump", true, [](HostOptions& o, const std::string& v) { o.imageDump = v; }},
+    {"pcap", true,
+     [](HostOptions& o, const std::string& v) { o.pcapFile = outputFile(v, "--pcap"); }},
+    {"image-dump", true,
+     [](HostOptions& o, const std::string& v) { o.imageDump = outputFile(v, "--image-dump"); }},
     {"help", false, [](HostOptions& o, const std::string&) { o.help = true; }},
 };
 

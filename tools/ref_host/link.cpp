@@ -96,4 +96,10 @@ void Link::drop(const tools::Bytes& bytes) {
     bytesDropped_ += static_cast<long>(bytes.size());
 }
 
+void Link::stopSimulator() {
+    if (simulator_ != nullptr) {
+        simulator_->finish();
+    }
+}
+
 }  // namespace refhost

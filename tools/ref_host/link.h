@@ -31,6 +31,10 @@ public:
     // Waits up to `timeoutMs` for a late answer of up to `length` bytes and drops what comes.
     void dropLateReply(std::size_t length, int timeoutMs);
 
+    // Stops the simulator the link started, if any. Throws std::runtime_error when it failed,
+    // for instance at writing its dump.
+    void stopSimulator();
+
     // Bytes received and thrown away so far: noise, late answers, bytes beyond a reply.
     long bytesDropped() const { return bytesDropped_; }
 

@@ -54,6 +54,7 @@ void poll(PortRun& run, refhost::Report& report, int index,
     if (!options.imageDump.empty()) {
         refhost::dumpImage(api, options.variables, options.settings, options.imageDump);
     }
+    run.link->stopSimulator();
     if (run.stats.writesUnanswered > 0) {
         run.status = tools::kExitError;
     } else {
@@ -85,6 +86,11 @@ int runPorts(const refhost::CommandLine& line) {
             }
             run.library = std::make_unique<refhost::DriverLibrary>(path);
             refhost::checkAddresses(run.library->api(), ports[i]);
+            // Output files are made before the line opens: one that cannot be written ends
+            // the port before it polls, not after.
+            if (!ports[i].imageDump.empty()) {
+                refhost::createImageDump(ports[i].imageDump);
+            }
             run.link = std::make_unique<refhost::Link>(ports[i]);
             report.start(static_cast<int>(i), run.link->description());
         } catch (const tools::UsageError&) {
