@@ -60,8 +60,9 @@ cross_sysroot() {
     install_missing cmake ninja-build "g++-$triplet" qemu-user-static qtbase5-dev-tools
 
     # Resolved with their dependencies: what the library, the tests, the tools (libpcap, for
-    # their captures) and their runtime need.
-    local packages=(libc6-dev libstdc++-12-dev libqt5core5a libgtest-dev libpcap0.8-dev)
+    # their captures; nlohmann-json, for the host's JSON lines) and their runtime need.
+    local packages=(libc6-dev libstdc++-12-dev libqt5core5a libgtest-dev libpcap0.8-dev
+        nlohmann-json3-dev)
     # Taken alone: Qt's headers, CMake files and mkspecs, without Qt's other modules and tools.
     local alone=(qtbase5-dev qt5-qmake)
     # The security archive is left out: its armhf index does not download from this machine's

@@ -51,11 +51,11 @@ std::size_t readOnce(int fd, Bytes& out, std::size_t limit) {
     return static_cast<std::size_t>(n);
 }
 
-std::size_t readAvailable(int fd, Bytes& out) {
+std::size_t readAvailable(int fd, Bytes& out, std::size_t limit) {
     std::size_t total = 0;
     std::uint8_t chunk[kChunk];
-    for (;;) {
-        const ssize_t n = readChunk(fd, chunk, sizeof chunk);
+    while (total < limit) {
+        const ssize_t n = readChunk(fd, chunk, std::min(limit - total, sizeof chunk));
         if (n > 0) {
             out.insert(out.end(), chunk, chunk + n);
             total += static_cast<std::size_t>(n);
@@ -65,6 +65,7 @@ std::size_t readAvailable(int fd, Bytes& out) {
             throw closedByPeer();
         }
     }
+    return total;
 }
 
 void writeAll(int fd, const std::uint8_t* data, std::size_t length) {

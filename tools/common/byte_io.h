@@ -21,9 +21,10 @@ public:
 // Appends up to `limit` waiting bytes to `out` with one read; returns how many (0: none was
 // waiting). Throws LinkClosed on end of file or a read error.
 std::size_t readOnce(int fd, Bytes& out, std::size_t limit);
-// Appends whatever is waiting to `out`; returns the number of bytes read. Throws LinkClosed on
-// end of file or a read error before any byte.
-std::size_t readAvailable(int fd, Bytes& out);
+// Appends what is waiting to `out`, at most `limit` bytes, so that a peer that never pauses
+// cannot keep the caller reading; returns the number of bytes read. Throws LinkClosed on end of
+// file or a read error before any byte.
+std::size_t readAvailable(int fd, Bytes& out, std::size_t limit);
 // Writes everything, waiting for room as needed. Throws LinkClosed.
 void writeAll(int fd, const std::uint8_t* data, std::size_t length);
 // Reads until `length` bytes are in or `timeoutMs` has passed; `got` holds what came, at most

@@ -2,6 +2,7 @@
 
 #include <pcap/pcap.h>
 
+#include <algorithm>
 #include <ctime>
 #include <stdexcept>
 #include <vector>
@@ -10,8 +11,10 @@ namespace tools {
 
 namespace {
 
-// Large enough for any frame: the longest local write is about 2 kB.
+// Large enough for any frame: the longest local write is about 2 kB. Readers refuse a packet
+// longer than the file's snapshot length, so longer runs of bytes are split to fit.
 constexpr int kSnapshotLength = 65535;
+constexpr std::size_t kLongestPacketData = kSnapshotLength - kCaptureHeaderLength;
 constexpr std::uint8_t kSent = 0;
 constexpr std::uint8_t kReceived = 1;
 constexpr long kNanosecondsPerMicrosecond = 1000;
@@ -63,6 +66,14 @@ void LineCapture::write(Kind kind, FrameFamily family, const std::uint8_t* data,
     if (dumper_ == nullptr || length == 0) {
         return;
     }
+    for (std::size_t at = 0; at < length; at += kLongestPacketData) {
+        writePacket(kind, family, data + at, std::min(length - at, kLongestPacketData));
+    }
+    pcap_dump_flush(dumper_);
+}
+
+void LineCapture::writePacket(Kind kind, FrameFamily family, const std::uint8_t* data,
+                              std::size_t length) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     // The host sends requests and receives the rest; the PLC receives requests and noise.
@@ -85,7 +96,6 @@ void LineCapture::write(Kind kind, FrameFamily family, const std::uint8_t* data,
     header.caplen = static_cast<bpf_u_int32>(packet.size());
     header.len = header.caplen;
     pcap_dump(reinterpret_cast<u_char*>(dumper_), &header, packet.data());
-    pcap_dump_flush(dumper_);
 }
 
 }  // namespace tools

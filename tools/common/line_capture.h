@@ -41,8 +41,9 @@ public:
     LineCapture(const LineCapture&) = delete;
     LineCapture& operator=(const LineCapture&) = delete;
 
-    // Each call writes one packet stamped with the current time and flushes it to the file, so
-    // that a program killed at any moment leaves a capture that opens.
+    // Each call writes one packet stamped with the current time (several of the same kind when
+    // the bytes do not fit the file's snapshot length) and flushes it to the file, so that a
+    // program killed at any moment leaves a capture that opens.
     void request(FrameFamily family, const std::uint8_t* data, std::size_t length);
     // The reply to the last request.
     void reply(const std::uint8_t* data, std::size_t length);
@@ -52,6 +53,7 @@ public:
 private:
     enum class Kind : std::uint8_t { Request = 0, Reply = 1, Dropped = 2 };
     void write(Kind kind, FrameFamily family, const std::uint8_t* data, std::size_t length);
+    void writePacket(Kind kind, FrameFamily family, const std::uint8_t* data, std::size_t length);
 
     pcap* pcap_ = nullptr;  // both null without a file
     pcap_dumper* dumper_ = nullptr;

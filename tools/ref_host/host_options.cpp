@@ -1,5 +1,6 @@
 #include "host_options.h"
 
+#include <cstdlib>
 #include <iterator>
 
 #include "command_line.h"
@@ -15,16 +16,32 @@ constexpr long kMaxRetries = 100;
 constexpr long kMaxTurnaroundMs = 60000;
 constexpr long kMaxScans = 1L << 30;
 constexpr long kMaxCycleMs = 3600000;
+// A run of a millisecond to a year: less polls nothing, and more is a slip of the finger that
+// would also overflow the clock.
+constexpr double kMinSeconds = 0.001;
+constexpr double kMaxSeconds = 366.0 * 24 * 3600;
 constexpr char kPortNameCharacters[] =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_";
 
 double parseSeconds(const std::string& text) {
     char* end = nullptr;
     const double value = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !(value > 0.0)) {
-        throw tools::UsageError("--seconds must be a positive number, not '" + text + "'");
+    // Written so that NaN fails too.
+    if (text.empty() || *end != '\0' || !(value >= kMinSeconds && value <= kMaxSeconds)) {
+        throw tools::UsageError(
+            "--seconds must be a number from 0.001 to 31622400 (a year), not '" + text + "'");
     }
     return value;
+}
+
+// Standard output carries the values: a file written there, as libpcap takes "-", would mix
+// with them.
+std::string outputFile(const std::string& path, const char* option) {
+    if (path == "-") {
+        throw tools::UsageError(std::string(option) +
+                                " takes a file name, not '-': standard output carries the values");
+    }
+    return path;
 }
 
 Format parseFormat(const std::string& text) {
@@ -77,8 +94,9 @@ Variables and writes:
   --write AREA:ADDRESS[@STATION]=VALUE[,VALUE...]
                           a write, e.g. 14:100=0x1234 or 29:10.3=1 (repeatable)
   --write-at-scan N       make the writes after N complete scans (default 0: at once)
-  --write-every-scan      make the writes again every scan, with values that change, and at
-                          the end wait until every write has its result (soak runs)
+  --write-every-scan      make the writes again every scan, with values that change (soak runs)
+                          A run goes on until every write has its result, at most 10 s past
+                          its scans or seconds
 
 Several ports:
   --port NAME             start a port named NAME: the options, variables and writes that
@@ -100,8 +118,8 @@ Run and output:
                           simulator's memory file format
   --help                  this text
 
-Exit status: 0 done, 1 error (library, port, connection), 2 bad command line, 3 the PLC never
-answered. With several ports: 0 when every port was done, else 1 when any had an error, else 3.
+Exit status: 0 done, 1 error (library, port, connection, file, a write without a result), 2 bad
+command line, 3 the PLC never answered. With several ports: 0 when every port was done, else 1 when any had an error, else 3.
 )";
 
 namespace {
@@ -181,8 +199,10 @@ const Rule kRules[] = {
     {"seconds", true, [](HostOptions& o, const std::string& v) { o.seconds = parseSeconds(v); }},
     {"format", true, [](HostOptions& o, const std::string& v) { o.format = parseFormat(v); }},
     {"trace", false, [](HostOptions& o, const std::string&) { o.trace = true; }},
-    {"pcap", true, [](HostOptions& o, const std::string& v) { o.pcapFile = v; }},
-    {"image-dump", true, [](HostOptions& o, const std::string& v) { o.imageDump = v; }},
+    {"pcap", true,
+     [](HostOptions& o, const std::string& v) { o.pcapFile = outputFile(v, "--pcap"); }},
+    {"image-dump", true,
+     [](HostOptions& o, const std::string& v) { o.imageDump = outputFile(v, "--image-dump"); }},
     {"help", false, [](HostOptions& o, const std::string&) { o.help = true; }},
 };
 

@@ -1,8 +1,14 @@
 #include "image_values.h"
 
-#include <algorithm>
-#include <map>
+#include <fcntl.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <stdexcept>
+
+#include "unique_fd.h"
 #include "word_file.h"
 
 namespace refhost {
@@ -61,6 +67,14 @@ std::vector<long> readValues(const DriverApi& api, const Variable& v, int statio
         }
     }
     return values;
+}
+
+void createImageDump(const std::string& path) {
+    const tools::UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (!fd.valid()) {
+        throw std::runtime_error("cannot write the image dump " + path + ": " +
+                                 std::strerror(errno));
+    }
 }
 
 void dumpImage(const DriverApi& api, const std::vector<Variable>& variables,

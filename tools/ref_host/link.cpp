@@ -13,6 +13,9 @@ constexpr int kConnectTimeoutMs = 3000;
 constexpr double kMillisecondsPerSecond = 1000.0;
 // The driver never asks for a reply of unknown length; if it did, this much would be taken.
 constexpr std::size_t kLongestReply = 4096;
+// The most waiting bytes dropped before a request: a peer that never pauses is drained this much
+// per exchange, the rest left for the next, so that the loop goes on and sees a stop request.
+constexpr std::size_t kLongestDrain = 64 * 1024;
 
 }  // namespace
 
@@ -58,8 +61,8 @@ const tools::Bytes& Link::exchange(const std::uint8_t* request, std::size_t leng
     // the next two then look first, in case its retry's reply comes late as well.
     if (!lineSettled || overrun_) {
         dropped_.clear();
-        tools::readAvailable(fd_.get(), dropped_);
-        capture_.dropped(dropped_.data(), dropped_.size());
+        tools::readAvailable(fd_.get(), dropped_, kLongestDrain);
+        drop(dropped_);
     }
     capture_.request(family_, request, length);
     tools::writeAll(fd_.get(), request, length);
@@ -72,7 +75,7 @@ const tools::Bytes& Link::exchange(const std::uint8_t* request, std::size_t leng
                                   dropped_);
         capture_.reply(reply_.data(), reply_.size());
         if (overrun_) {
-            capture_.dropped(dropped_.data(), dropped_.size());
+            drop(dropped_);
         }
     }
     return reply_;
@@ -84,8 +87,19 @@ void Link::dropLateReply(std::size_t length, int timeoutMs) {
     tools::Bytes beyond;
     tools::readFor(fd_.get(), length, timeoutMs, dropped_, beyond);
     dropped_.insert(dropped_.end(), beyond.begin(), beyond.end());
-    capture_.dropped(dropped_.data(), dropped_.size());
+    drop(dropped_);
     overrun_ = !dropped_.empty();
+}
+
+void Link::drop(const tools::Bytes& bytes) {
+    capture_.dropped(bytes.data(), bytes.size());
+    bytesDropped_ += static_cast<long>(bytes.size());
+}
+
+void Link::stopSimulator() {
+    if (simulator_ != nullptr) {
+        simulator_->finish();
+    }
 }
 
 }  // namespace refhost

@@ -31,11 +31,20 @@ public:
     // Waits up to `timeoutMs` for a late answer of up to `length` bytes and drops what comes.
     void dropLateReply(std::size_t length, int timeoutMs);
 
+    // Stops the simulator the link started, if any. Throws std::runtime_error when it failed,
+    // for instance at writing its dump.
+    void stopSimulator();
+
+    // Bytes received and thrown away so far: noise, late answers, bytes beyond a reply.
+    long bytesDropped() const { return bytesDropped_; }
+
     // The time the request and its reply take on the line, plus the turnaround.
     int replyTimeoutMs(std::size_t requestLength, int replyLength) const;
     const std::string& description() const { return description_; }
 
 private:
+    void drop(const tools::Bytes& bytes);
+
     tools::LineCapture capture_;
     tools::FrameFamily family_;
     std::unique_ptr<StartedSimulator> simulator_;
@@ -47,6 +56,7 @@ private:
     tools::Bytes reply_;
     tools::Bytes dropped_;
     bool overrun_ = true;  // bytes came after the last reply (or none was read yet)
+    long bytesDropped_ = 0;
 };
 
 }  // namespace refhost

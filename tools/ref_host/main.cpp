@@ -10,6 +10,7 @@
 #include <memory>
 #include <thread>
 
+#include "address_check.h"
 #include "command_line.h"
 #include "driver_library.h"
 #include "host_options.h"
@@ -22,22 +23,6 @@
 namespace {
 
 constexpr int kExitNeverAnswered = 3;
-
-// The driver is the judge of address texts: ask it before anything is sent.
-void checkAddresses(const refhost::DriverApi& api, const refhost::HostOptions& options) {
-    auto check = [&](int area, const std::string& address, const std::string& text) {
-        if (api.addressOf(area, QString::fromStdString(address)) < 0) {
-            throw tools::UsageError("bad variable text '" + text + "': '" + address +
-                                    "' is not an address of area " + std::to_string(area));
-        }
-    };
-    for (const refhost::Variable& v : options.variables) {
-        check(v.area, v.address, v.name);
-    }
-    for (const refhost::Write& w : options.writes) {
-        check(w.area, w.address, w.text);
-    }
-}
 
 std::string libraryPath(const refhost::HostOptions& options) {
     return options.libraryPath.empty() ? refhost::besideThisProgram(KORVAN_LIBRARY_NAME)
@@ -69,7 +54,12 @@ void poll(PortRun& run, refhost::Report& report, int index,
     if (!options.imageDump.empty()) {
         refhost::dumpImage(api, options.variables, options.settings, options.imageDump);
     }
-    run.status = run.stats.good == 0 ? kExitNeverAnswered : 0;
+    run.link->stopSimulator();
+    if (run.stats.writesUnanswered > 0) {
+        run.status = tools::kExitError;
+    } else {
+        run.status = run.stats.good == 0 ? kExitNeverAnswered : 0;
+    }
 }
 
 // Every port of the command line. A port that cannot start or whose line fails ends alone; the
@@ -95,7 +85,12 @@ int runPorts(const refhost::CommandLine& line) {
                 path = copies.back()->copyFor(ports[i].portName);
             }
             run.library = std::make_unique<refhost::DriverLibrary>(path);
-            checkAddresses(run.library->api(), ports[i]);
+            refhost::checkAddresses(run.library->api(), ports[i]);
+            // Output files are made before the line opens: one that cannot be written ends
+            // the port before it polls, not after.
+            if (!ports[i].imageDump.empty()) {
+                refhost::createImageDump(ports[i].imageDump);
+            }
             run.link = std::make_unique<refhost::Link>(ports[i]);
             report.start(static_cast<int>(i), run.link->description());
         } catch (const tools::UsageError&) {
@@ -136,6 +131,12 @@ int runPorts(const refhost::CommandLine& line) {
     report.finish(rows, stats);
     int status = 0;
     for (std::size_t i = 0; i < runs.size(); ++i) {
+        const long unanswered = runs[i].stats.writesUnanswered;
+        if (unanswered > 0) {
+            report.error(static_cast<int>(i), std::to_string(unanswered) +
+                                                  (unanswered == 1 ? " write" : " writes") +
+                                                  " got no result");
+        }
         if (runs[i].status == kExitNeverAnswered) {
             report.error(static_cast<int>(i), "the PLC never answered");
         }

@@ -26,6 +26,7 @@ constexpr int kGood = 1;
 constexpr int kGoodRemote = 100;
 constexpr int kRetry = 0;
 constexpr int kSwitchOff = 0;
+constexpr int kWriteToPlc = 2;  // the write mode whose writes are sent, and called back
 constexpr auto kIdleWait = std::chrono::milliseconds(100);
 constexpr auto kDrainLimit = std::chrono::seconds(10);
 constexpr long kWarmScans = 20;  // scans after which memory should stay flat
@@ -137,23 +138,31 @@ int Poller::onError(QList<RW_VAR>*, int ownerId, int) {
 void Poller::run(const volatile std::sig_atomic_t& stop) {
     const double cpuAtStart = threadCpuMs();
     poll(stop);
-    if (options_.writeEveryScan) {
-        drainWrites(stop);
-    }
+    drainWrites(stop);
     stats_.cpuMs = threadCpuMs() - cpuAtStart;
     stats_.rssKbEnd = residentKb();
+    stats_.bytesDropped = link_.bytesDropped();
 }
 
 void Poller::drainWrites(const volatile std::sig_atomic_t& stop) {
     const auto until = Clock::now() + kDrainLimit;
     while (!stop && !unansweredItems_.empty() && Clock::now() < until) {
-        if (Protocol* request = api_.nextRequest()) {
+        if (Protocol* request = nextRequest()) {
             exchange(*request);
-        } else {
-            std::this_thread::sleep_for(kIdleWait);
+        } else if (driverIdle_) {
+            break;
         }
     }
     stats_.writesUnanswered = static_cast<long>(unansweredItems_.size());
+}
+
+// The scheduler ends each burst of writes with one null, which starts the bursts again; a second
+// in a row means that it holds nothing more to send.
+Protocol* Poller::nextRequest() {
+    Protocol* request = api_.nextRequest();
+    driverIdle_ = request == nullptr && lastWasNull_;
+    lastWasNull_ = request == nullptr;
+    return request;
 }
 
 void Poller::poll(const volatile std::sig_atomic_t& stop) {
@@ -169,10 +178,13 @@ void Poller::poll(const volatile std::sig_atomic_t& stop) {
         if (writesDue && stats_.scans >= options_.writeAtScan) {
             issueWrites();
         }
-        Protocol* request = api_.nextRequest();
+        Protocol* request = nextRequest();
         if (request == nullptr) {
             if (!cyclic && writesIssued_) {
-                return;  // every write is done
+                if (unansweredItems_.empty() || driverIdle_) {
+                    return;  // every write has its result, or none can come
+                }
+                continue;  // the end of a burst of writes
             }
             // Every station of the read list is switched off: an empty scan.
             finishScan(now);
@@ -234,6 +246,13 @@ void Poller::finishScan(Clock::time_point now) {
     scanBlocks_.clear();
 }
 
+bool Poller::expectsResult(const Write& w) const {
+    const PortSettings& s = options_.settings;
+    const int station = s.perVarStation && w.station != kNoStation ? w.station : s.station;
+    return s.writeMode == kWriteToPlc &&
+           std::find(s.offStations.begin(), s.offStations.end(), station) == s.offStations.end();
+}
+
 // Items number the writes of the command line from 1, round after round.
 void Poller::issueWrites() {
     writesIssued_ = true;
@@ -242,7 +261,9 @@ void Poller::issueWrites() {
     int item = static_cast<int>(round * static_cast<long>(options_.writes.size()));
     for (const Write& w : options_.writes) {
         QByteArray values = writeValues(w, round);
-        unansweredItems_.insert(item + 1);
+        if (expectsResult(w)) {
+            unansweredItems_.insert(item + 1);
+        }
         ++stats_.writesIssued;
         api_.write(QString::fromStdString(w.text), w.area, QString::fromStdString(w.address),
                    w.station == kNoStation ? options_.settings.station : w.station, &values,

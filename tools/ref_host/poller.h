@@ -31,11 +31,10 @@ public:
     Poller& operator=(const Poller&) = delete;
 
     // Polls until the scans or seconds of the options are done, `stop` is set, or (without
-    // cyclic variables) nothing is left to send. Throws tools::LinkClosed.
+    // cyclic variables) every write has its result; then polls on, issuing nothing new, until
+    // every write has its result, a time limit passes or the driver has nothing left to send,
+    // and counts the writes left without a result. Throws tools::LinkClosed.
     void run(const volatile std::sig_atomic_t& stop);
-    // With --write-every-scan: polls on, issuing nothing new, until every write has its result
-    // (or a time limit passes), then counts the unanswered ones.
-    void drainWrites(const volatile std::sig_atomic_t& stop);
 
     std::vector<VariableValues> values() const;
     const RunStats& stats() const { return stats_; }
@@ -48,6 +47,11 @@ private:
     static int onError(QList<RW_VAR>* list, int ownerId, int flag);
 
     void poll(const volatile std::sig_atomic_t& stop);
+    void drainWrites(const volatile std::sig_atomic_t& stop);
+    Protocol* nextRequest();
+    // Whether the driver will call back for the write: only writes that go to the PLC, to a
+    // station that is on, get a result.
+    bool expectsResult(const Write& w) const;
     void issueWrites();
     void exchange(const Protocol& request);
     // Notes the cyclic read about to go out. A block already read in this scan means the read
@@ -76,6 +80,8 @@ private:
     long lastWriteScan_ = -1;        // the scan whose writes were issued last
     std::set<int> unansweredItems_;  // items of the issued writes still without a result
     bool retryPending_ = false;
+    bool lastWasNull_ = false;          // the driver's last answer was "nothing to send"
+    bool driverIdle_ = false;           // and so was the one before
     bool lastGood_ = false;             // the last exchange's reply was good
     bool lineSettled_ = false;          // so were the two last ones
     bool timedOut_ = false;             // a frame of this exchange went unanswered in time

@@ -1,9 +1,13 @@
 #include "report.h"
 
+#include <cmath>
 #include <cstdio>
 #include <iomanip>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <sstream>
+
+#include "text_escape.h"
 
 namespace refhost {
 
@@ -30,40 +34,17 @@ std::string valueText(const VariableValues& row) {
     return text;
 }
 
-std::string jsonString(const std::string& s) {
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-            out += escaped;
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
+using Json = nlohmann::ordered_json;
+
+// One JSON line. A name or address from a tag file may hold bytes that are not UTF-8: they come
+// out as U+FFFD, so that every line parses.
+std::string jsonLine(const Json& line) {
+    return line.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
-std::string csvField(const std::string& s) {
-    if (s.find_first_of(",\"") == std::string::npos) {
-        return s;
-    }
-    std::string out = "\"";
-    for (char c : s) {
-        out += c == '"' ? std::string("\"\"") : std::string(1, c);
-    }
-    return out + "\"";
-}
-
-std::string jsonValues(const std::vector<long>& values) {
-    std::string text = "[";
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        text += (i == 0 ? "" : ",") + std::to_string(values[i]);
-    }
-    return text + "]";
+// Milliseconds to one decimal, as the text statistics show them.
+double tenths(double ms) {
+    return std::round(ms * 10.0) / 10.0;
 }
 
 double meanScanMs(const RunStats& s) {
@@ -139,13 +120,19 @@ void Report::scan(int port, long number, long elapsedMs, std::vector<VariableVal
             break;
         case Format::Json:
             for (const VariableValues& r : rows) {
-                std::cout << "{" << (named() ? "\"port\":" + jsonString(name) + "," : "")
-                          << "\"scan\":" << number << ",\"ms\":" << elapsedMs
-                          << ",\"name\":" << jsonString(r.variable->name)
-                          << ",\"station\":" << r.station << ",\"area\":" << r.variable->area
-                          << ",\"address\":" << jsonString(r.variable->address)
-                          << ",\"values\":" << jsonValues(r.values)
-                          << ",\"state\":" << jsonString(r.state) << "}\n";
+                Json line;
+                if (named()) {
+                    line["port"] = name;
+                }
+                line["scan"] = number;
+                line["ms"] = elapsedMs;
+                line["name"] = r.variable->name;
+                line["station"] = r.station;
+                line["area"] = r.variable->area;
+                line["address"] = r.variable->address;
+                line["values"] = r.values;
+                line["state"] = r.state;
+                std::cout << jsonLine(line);
             }
             std::cout.flush();
             break;
@@ -155,15 +142,16 @@ void Report::scan(int port, long number, long elapsedMs, std::vector<VariableVal
 void Report::writeResult(int port, const std::string& write, bool done) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (format_ == Format::Json) {
-        std::cout << "{"
-                  << (named() ? "\"port\":" +
-                                    jsonString(ports_.at(static_cast<std::size_t>(port))) + ","
-                              : "")
-                  << "\"write\":" << jsonString(write) << ",\"status\":\""
-                  << (done ? "done" : "failed") << "\"}" << std::endl;
+        Json line;
+        if (named()) {
+            line["port"] = ports_.at(static_cast<std::size_t>(port));
+        }
+        line["write"] = write;
+        line["status"] = done ? "done" : "failed";
+        std::cout << jsonLine(line) << std::flush;
     } else {
-        std::cerr << prefix(port) << "write " << write << ": " << (done ? "done" : "failed")
-                  << std::endl;
+        std::cerr << prefix(port) << "write " << visibleText(write) << ": "
+                  << (done ? "done" : "failed") << std::endl;
         // The message went below the table; draw it anew underneath.
         drawnLines_ = 0;
     }
@@ -209,26 +197,39 @@ void Report::printStatsText(int port, const RunStats& s) const {
         std::cerr << indent << "writes issued " << s.writesIssued << ", unanswered "
                   << s.writesUnanswered << ", answered twice " << s.writesRepeated << std::endl;
     }
+    if (s.bytesDropped > 0) {
+        std::cerr << indent << s.bytesDropped << " bytes received and dropped" << std::endl;
+    }
 }
 
 void Report::printStatsJson(int port, const RunStats& s) const {
-    std::string abandoned;
+    Json abandoned = Json::object();
     for (const auto& [code, count] : s.abandoned) {
-        abandoned += (abandoned.empty() ? "\"" : ",\"") + std::to_string(code) +
-                     "\":" + std::to_string(count);
+        abandoned[std::to_string(code)] = count;
     }
-    std::cout << std::fixed << std::setprecision(1) << "{"
-              << (named()
-                      ? "\"port\":" + jsonString(ports_.at(static_cast<std::size_t>(port))) + ","
-                      : "")
-              << "\"stats\":{\"exchanges\":" << s.exchanges << ",\"good\":" << s.good
-              << ",\"retries\":" << s.retries << ",\"abandoned\":{" << abandoned
-              << "},\"scans\":" << s.scans << ",\"scan_ms_mean\":" << meanScanMs(s)
-              << ",\"scan_ms_max\":" << s.scanMsMax << ",\"writes_done\":" << s.writesDone
-              << ",\"writes_failed\":" << s.writesFailed << ",\"writes_issued\":" << s.writesIssued
-              << ",\"writes_unanswered\":" << s.writesUnanswered
-              << ",\"writes_repeated\":" << s.writesRepeated << ",\"rss_kb_warm\":" << s.rssKbWarm
-              << ",\"rss_kb_end\":" << s.rssKbEnd << ",\"cpu_ms\":" << s.cpuMs << "}}" << std::endl;
+    Json stats;
+    stats["exchanges"] = s.exchanges;
+    stats["good"] = s.good;
+    stats["retries"] = s.retries;
+    stats["abandoned"] = abandoned;
+    stats["scans"] = s.scans;
+    stats["scan_ms_mean"] = tenths(meanScanMs(s));
+    stats["scan_ms_max"] = tenths(s.scanMsMax);
+    stats["writes_done"] = s.writesDone;
+    stats["writes_failed"] = s.writesFailed;
+    stats["writes_issued"] = s.writesIssued;
+    stats["writes_unanswered"] = s.writesUnanswered;
+    stats["writes_repeated"] = s.writesRepeated;
+    stats["bytes_dropped"] = s.bytesDropped;
+    stats["rss_kb_warm"] = s.rssKbWarm;
+    stats["rss_kb_end"] = s.rssKbEnd;
+    stats["cpu_ms"] = tenths(s.cpuMs);
+    Json line;
+    if (named()) {
+        line["port"] = ports_.at(static_cast<std::size_t>(port));
+    }
+    line["stats"] = stats;
+    std::cout << jsonLine(line) << std::flush;
 }
 
 void Report::drawTable() {
@@ -252,8 +253,8 @@ void Report::drawTable() {
             if (named()) {
                 out << std::setw(kPortWidth) << ports_[port];
             }
-            out << std::setw(kNameWidth) << r.variable->name << std::setw(kColumnWidth) << r.station
-                << std::setw(kStateWidth) << r.state << valueText(r) << clear << '\n';
+            out << std::setw(kNameWidth) << visibleText(r.variable->name) << std::setw(kColumnWidth)
+                << r.station << std::setw(kStateWidth) << r.state << valueText(r) << clear << '\n';
             ++lines;
         }
     }

@@ -23,6 +23,7 @@ struct RunStats {
     long writesIssued = 0;      // host writes handed to SetRegisterData
     long writesUnanswered = 0;  // issued writes that never got a result
     long writesRepeated = 0;    // results beyond the first for one write
+    long bytesDropped = 0;      // bytes received and thrown away: noise, late or surplus replies
     long rssKbWarm = 0;         // resident memory once warmed up, and at the end
     long rssKbEnd = 0;
     double cpuMs = 0.0;  // processor time of the polling thread, user and system

@@ -45,11 +45,20 @@ std::string readFirstLine(int fd) {
     return line;
 }
 
+bool failed(int status) {
+    return !WIFEXITED(status) || WEXITSTATUS(status) != 0;
+}
+
+std::string describeEnd(int status) {
+    return WIFEXITED(status) ? "exited with status " + std::to_string(WEXITSTATUS(status))
+                             : "was killed by signal " + std::to_string(WTERMSIG(status));
+}
+
 }  // namespace
 
-StartedSimulator::StartedSimulator(const std::string& options) {
-    const std::string program = besideThisProgram(kSimulatorName);
-    std::vector<std::string> words{program, "--pty"};
+StartedSimulator::StartedSimulator(const std::string& options)
+    : program_(besideThisProgram(kSimulatorName)) {
+    std::vector<std::string> words{program_, "--pty"};
     std::istringstream split(options);
     for (std::string word; split >> word;) {
         words.push_back(word);
@@ -72,7 +81,7 @@ StartedSimulator::StartedSimulator(const std::string& options) {
         // Its own process group: Ctrl-C on the terminal stops the host, which then stops it.
         setpgid(0, 0);
         dup2(writeEnd.get(), STDOUT_FILENO);
-        execv(program.c_str(), argv.data());
+        execv(program_.c_str(), argv.data());
         _exit(127);
     }
     if (pid_ < 0) {
@@ -82,8 +91,9 @@ StartedSimulator::StartedSimulator(const std::string& options) {
     writeEnd.reset();
     const std::string line = readFirstLine(readEnd.get());
     if (line.rfind(kPtyPrefix, 0) != 0) {
-        stop();
-        throw std::runtime_error("the simulator " + program + " did not start");
+        const int status = stop();
+        throw std::runtime_error("the simulator " + program_ + " did not start" +
+                                 (failed(status) ? " (it " + describeEnd(status) + ")" : ""));
     }
     devicePath_ = line.substr(sizeof kPtyPrefix - 1);
 }
@@ -92,21 +102,31 @@ StartedSimulator::~StartedSimulator() {
     stop();
 }
 
-void StartedSimulator::stop() {
-    if (pid_ <= 0) {
-        return;
+void StartedSimulator::finish() {
+    const int status = stop();
+    if (failed(status)) {
+        throw std::runtime_error("the simulator " + program_ + " " + describeEnd(status) +
+                                 " at its end");
     }
+}
+
+int StartedSimulator::stop() {
+    if (pid_ <= 0) {
+        return 0;
+    }
+    int status = 0;
     kill(pid_, SIGTERM);
     const auto deadline = std::chrono::steady_clock::now() + kStopTimeout;
-    while (waitpid(pid_, nullptr, WNOHANG) == 0) {
+    while (waitpid(pid_, &status, WNOHANG) == 0) {
         if (std::chrono::steady_clock::now() > deadline) {
             kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
+            waitpid(pid_, &status, 0);
             break;
         }
         std::this_thread::sleep_for(kStopPoll);
     }
     pid_ = -1;
+    return status;
 }
 
 }  // namespace refhost

@@ -16,14 +16,19 @@ public:
     explicit StartedSimulator(const std::string& options);
     // Asks the simulator to stop and waits for it; kills it if it does not.
     ~StartedSimulator();
+    // The same, and throws std::runtime_error unless the simulator exited cleanly: it reports
+    // some failures (a dump it cannot write) only when it ends.
+    void finish();
     StartedSimulator(const StartedSimulator&) = delete;
     StartedSimulator& operator=(const StartedSimulator&) = delete;
 
     const std::string& devicePath() const { return devicePath_; }
 
 private:
-    void stop();
+    // Its wait status, 0 once it was stopped before.
+    int stop();
 
+    std::string program_;
     pid_t pid_ = -1;
     std::string devicePath_;
 };

@@ -1,0 +1,262 @@
+// The reference host given input that used to break it: runs of writes alone, addresses and
+// option values out of range, output files it cannot write, names that would upset a terminal or
+// a parser, and a peer that floods the line.
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <fstream>
+
+#include "tcp.h"
+#include "tool_processes.h"
+
+namespace {
+
+using namespace tooltest;
+
+// Waits until the host polls, and so handles signals; at most 5 s.
+void waitUntilPolling(const Process& host) {
+    for (const auto end = Clock::now() + std::chrono::seconds(5);
+         host.err().find("polling") == std::string::npos && Clock::now() < end;) {
+        std::this_thread::sleep_for(kPoll);
+    }
+}
+
+// What a host run printed with --format json: its statistics.
+J statsOf(const Process& host) {
+    J stats = J::object();
+    std::istringstream lines(host.out());
+    for (std::string line; std::getline(lines, line);) {
+        const J o = J::parse(line, nullptr, false);
+        if (o.is_object() && o.contains("stats")) {
+            stats = o["stats"];
+        }
+    }
+    return stats;
+}
+
+std::string numbers(int from, int to) {
+    std::string text;
+    for (int v = from; v <= to; ++v) {
+        text += (text.empty() ? "" : ",") + std::to_string(v);
+    }
+    return text;
+}
+
+// A run of writes alone goes on until every write has its result: more than the driver's burst
+// of five, a bit of a word written bit by bit, a write in more pieces than a burst. The PLC's
+// dump holds every word. A run stopped while a write is under way says so and fails.
+TEST(RefHostHardening, AWriteOnlyRunEndsWhenEveryWriteHasItsResult) {
+    Memory written;
+    Texts writes;
+    for (std::uint32_t a = 1; a <= 7; ++a) {
+        writes.insert(writes.end(),
+                      {"--write", "14:" + std::to_string(a) + "=" + std::to_string(a)});
+        written[{1, 14, a}] = static_cast<std::uint16_t>(a);
+    }
+    writes.insert(writes.end(), {"--write", "29:10.0=1,1,1,1,1,1,1,1"});
+    written[{1, 14, 10}] = 0x00FF;
+    writes.insert(writes.end(), {"--write", "14:300=" + numbers(1, 200)});
+    for (std::uint32_t a = 0; a < 200; ++a) {
+        written[{1, 14, 300 + a}] = static_cast<std::uint16_t>(a + 1);
+    }
+    struct Case {
+        std::string sim;
+        Texts writes;
+        int stopAfterMs;  // after it polls; 0: the run ends by itself
+        int exitCode;
+        std::string message;
+        long done, unanswered;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"", writes, 0, 0, "", 9, 0},
+        // Replies at the pace of 9600 baud: the 63 pieces take seconds.
+        {"--baud-delay", {"--write", "14:0=" + numbers(1, 2000)}, 500, 1, "1 write got no result", 0, 1},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.sim);
+        ScratchDir dir;
+        Texts args{"--sim-options", c.sim + " --dump " + dir.path("plc.txt"), "--format", "json"};
+        args.insert(args.end(), c.writes.begin(), c.writes.end());
+        Process host(KORVAN_REF_HOST, args);
+        if (c.stopAfterMs > 0) {
+            waitUntilPolling(host);
+            std::this_thread::sleep_for(std::chrono::milliseconds(c.stopAfterMs));
+        }
+        EXPECT_EQ(host.finish(c.stopAfterMs > 0 ? SIGINT : 0), c.exitCode) << host.err();
+        EXPECT_NE(host.err().find(c.message), std::string::npos) << host.err();
+        const J stats = statsOf(host);
+        EXPECT_EQ(stats.value("writes_done", -1), c.done);
+        EXPECT_EQ(stats.value("writes_unanswered", -1), c.unanswered);
+        if (c.stopAfterMs == 0) {
+            EXPECT_EQ(readMemory(dir.path("plc.txt")), written);
+        }
+    }
+}
+
+// What the host does with values it cannot use, before it polls: the exit status and the message.
+TEST(RefHostHardening, BadValuesAndOutputFilesAreRefusedAtTheStart) {
+    // clang-format off
+    const std::tuple<Texts, int, std::string> cases[] = {
+        {{"--seconds", "inf", "14:0"}, 2, "--seconds must be a number from 0.001"},
+        {{"--seconds", "1e10", "14:0"}, 2, "--seconds must be a number from 0.001"},
+        {{"--seconds", "1e-9", "14:0"}, 2, "--seconds must be a number from 0.001"},
+        // A local frame carries 24 bits of address: in bits for bit areas, the word for area 29.
+        {{"14:16777216"}, 2, "'14:16777216' reaches beyond 16777215"},
+        {{"14:16777215:2"}, 2, "'14:16777215:2' reaches beyond 16777215"},
+        {{"2:16777215:2"}, 2, "'2:16777215:2' reaches beyond 16777215"},
+        {{"0:100000000"}, 2, "'0:100000000' reaches beyond 77777777"},
+        {{"29:16777216.0"}, 2, "'29:16777216.0' reaches beyond 16777215.15"},
+        {{"--write", "14:16777215=1,2", "14:0"}, 2, "'14:16777215=1,2' reaches beyond 16777215"},
+        {{"--remote-mode", "14:2147483647:2"}, 2, "reaches beyond 2147483647"},
+        {{"--pcap", "-", "14:0"}, 2, "--pcap takes a file name, not '-'"},
+        {{"--image-dump", "-", "14:0"}, 2, "--image-dump takes a file name, not '-'"},
+        {{"--image-dump", "/nonexistent/image.txt", "14:0"}, 1,
+         "cannot write the image dump /nonexistent/image.txt: No such file or directory"},
+        // The simulator is the judge of its own options; the host tells that it failed.
+        {{"--sim-options", "--dump /nonexistent/plc.txt", "--scans", "1", "14:0"}, 1,
+         "/nonexistent/plc.txt"},
+    };
+    // clang-format on
+    for (const auto& [args, exitCode, message] : cases) {
+        SCOPED_TRACE(message);
+        const HostRun run = runHost(args);
+        EXPECT_EQ(run.exitCode, exitCode);
+        EXPECT_NE(run.errors.find(message), std::string::npos) << run.errors;
+        if (args[0] != "--sim-options") {  // which fails at its end
+            EXPECT_EQ(run.errors.find("polling"), std::string::npos) << run.errors;
+        }
+    }
+}
+
+// A tag name holding an escape sequence, a bell and a byte that is not UTF-8 comes out as valid
+// JSON, as a quoted CSV field, and visibly escaped in the table, which never sends the escape
+// itself to the terminal.
+TEST(RefHostHardening, NamesAreEscapedForEachFormat) {
+    ScratchDir dir;
+    const std::string name = "a\x1b[31mb\x07\xff";
+    std::ofstream(dir.path("tags.csv")) << "name,area,address,station,count\n"
+                                        << name << ",14,100,,1\n";
+    const std::tuple<std::string, std::string> cases[] = {
+        {"json", "\"name\":\"a\\u001b[31mb\\u0007\xef\xbf\xbd\""},
+        {"csv", ",\"" + name + "\",1,14,100,100,ok\n"},
+        {"table", "a\\x1b[31mb\\x07\\xff"},
+    };
+    for (const auto& [format, shown] : cases) {
+        SCOPED_TRACE(format);
+        Process host(KORVAN_REF_HOST, {"--sim-options", "--fill ramp", "--scans", "1", "--format",
+                                       format, "--tags", dir.path("tags.csv")});
+        ASSERT_EQ(host.finish(), 0) << host.err();
+        const std::string out = host.out();
+        EXPECT_NE(out.find(shown), std::string::npos) << out;
+        std::istringstream lines(out);
+        for (std::string line; format == "json" && std::getline(lines, line);) {
+            EXPECT_TRUE(J::accept(line)) << line;
+        }
+        if (format == "table") {
+            EXPECT_EQ(out.find('\x1b'), std::string::npos) << out;
+        }
+    }
+}
+
+// A TCP peer that sends without pause, `total` bytes (0: for kLongestFlood), then keeps quiet
+// until it goes.
+class FloodingPeer {
+public:
+    explicit FloodingPeer(std::size_t total) : listener_(tools::listenTcp(endpoint)) {
+        thread_ = std::thread([this, total] { flood(total); });
+    }
+    ~FloodingPeer() {
+        done_ = true;
+        thread_.join();
+    }
+
+    tools::Endpoint endpoint{"127.0.0.1", 0};
+
+private:
+    static constexpr auto kLongestFlood = std::chrono::seconds(5);
+
+    // Waits up to a moment for `events`; false once the peer is to go.
+    bool ready(int fd, short events) const {
+        pollfd p{fd, events, 0};
+        poll(&p, 1, 10);
+        return !done_;
+    }
+    void flood(std::size_t total) {
+        tools::UniqueFd line;
+        while (!(line = tools::acceptTcp(listener_.get())).valid() &&
+               ready(listener_.get(), POLLIN)) {
+        }
+        const std::vector<char> bytes(64 * 1024, 0x55);
+        const auto end = Clock::now() + kLongestFlood;
+        for (std::size_t sent = 0;
+             (total == 0 ? Clock::now() < end : sent < total) && ready(line.get(), POLLOUT);) {
+            const std::size_t left = total == 0 ? bytes.size() : total - sent;
+            const ssize_t n =
+                send(line.get(), bytes.data(), std::min(bytes.size(), left), MSG_NOSIGNAL);
+            if (n < 0 && errno != EAGAIN) {
+                break;  // the host went
+            }
+            sent += static_cast<std::size_t>(std::max<ssize_t>(n, 0));
+        }
+        while (!done_) {
+            std::this_thread::sleep_for(kPoll);
+        }
+    }
+
+    tools::UniqueFd listener_;
+    std::atomic<bool> done_{false};
+    std::thread thread_;
+};
+
+// Flooded, the host keeps its memory and its time: it drains a bounded piece before each request,
+// stops when asked or when its seconds are up, and captures a burst of megabytes in packets that
+// tshark opens, every byte counted as dropped or taken for a reply.
+TEST(RefHostHardening, AFloodingPeerNeitherHoldsTheHostNorBreaksItsCapture) {
+    struct Case {
+        std::size_t burst;  // 0: endless
+        int stopAfterMs;    // after it polls; 0: --seconds 1 ends the run
+    };
+    constexpr std::size_t kBurst = 1024 * 1024;
+    // Sanitizers keep freed memory back and add their own: the bound holds for plain builds.
+    constexpr long kMostResidentKb = KORVAN_SANITIZED ? 1024 * 1024 : 64 * 1024;
+    for (const Case& c : {Case{kBurst, 0}, Case{0, 300}}) {
+        SCOPED_TRACE(c.burst);
+        ScratchDir dir;
+        FloodingPeer peer(c.burst);
+        Texts args{"--tcp",        tools::describeEndpoint(peer.endpoint),
+                   "--retries",    "0",
+                   "--turnaround", "50",
+                   "--format",     "json",
+                   "--seconds",    c.stopAfterMs > 0 ? "60" : "1",
+                   "14:0"};
+        if (c.burst > 0) {
+            args.insert(args.end(), {"--pcap", dir.path("host.pcap")});
+        }
+        Process host(KORVAN_REF_HOST, args);
+        waitUntilPolling(host);
+        std::this_thread::sleep_for(std::chrono::milliseconds(c.stopAfterMs));
+        const auto asked = Clock::now();
+        EXPECT_EQ(host.finish(c.stopAfterMs > 0 ? SIGINT : 0), 3) << host.err();
+        EXPECT_LT(Clock::now() - asked, std::chrono::seconds(3));
+        const J stats = statsOf(host);
+        EXPECT_LT(stats.value("rss_kb_end", kMostResidentKb), kMostResidentKb);
+        if (c.burst == 0) {
+            continue;
+        }
+        // Each request took at most a reply's length of the flood, 7 bytes; the rest was dropped.
+        const long dropped = stats.value("bytes_dropped", 0L);
+        EXPECT_LE(dropped, static_cast<long>(c.burst));
+        EXPECT_GE(dropped + 7 * stats.value("exchanges", 0L), static_cast<long>(c.burst));
+        std::size_t packets = 0;
+        for (const Row& row : decode(dir.path("host.pcap"), {"kind"})) {
+            packets += row[0] == "2";
+        }
+        EXPECT_GE(packets, c.burst / 65535);
+    }
+}
+
+}  // namespace
