@@ -115,6 +115,8 @@ local e = {
         expert.group.SEQUENCE, expert.severity.WARN),
     short = ProtoExpert.new("korvan.short", "Frame too short", expert.group.MALFORMED,
         expert.severity.ERROR),
+    header = ProtoExpert.new("korvan.capture.unknown", "Unknown capture header",
+        expert.group.MALFORMED, expert.severity.ERROR),
 }
 korvan.experts = e
 
@@ -128,6 +130,8 @@ end
 local function exchange_key(side, exchange)
     return side .. ":" .. exchange
 end
+
+local byte = string.byte
 
 local function crc16(range)
     local crc = 0xFFFF
@@ -394,21 +398,55 @@ local function is_good_crc(frame)
         frame(n - CRC_LENGTH, CRC_LENGTH):le_uint() == crc16(frame(0, n - CRC_LENGTH))
 end
 
+-- The header's one-byte codes, each with its known values.
+local HEADER_CODES = {
+    { at = 3, name = "side", names = SIDE_NAMES },
+    { at = 4, name = "direction", names = DIRECTION_NAMES },
+    { at = 5, name = "kind", names = KIND_NAMES },
+    { at = 6, name = "family", names = FAMILY_NAMES },
+}
+
+-- Why a packet of `n` bytes, `head` its first ones, does not start with a header this dissector
+-- reads; nil when it does.
+local function header_fault(n, head)
+    if n < MIN_HEADER_LENGTH then
+        return string.format("%d bytes, shorter than a header", n)
+    end
+    local length, version = byte(head, 1, 2)
+    if version ~= HEADER_VERSION then
+        return string.format("version %d", version)
+    end
+    if length < MIN_HEADER_LENGTH then
+        return string.format("length %d, below %d", length, MIN_HEADER_LENGTH)
+    end
+    if length >= n then
+        return string.format("length %d leaves no frame", length)
+    end
+    for _, code in ipairs(HEADER_CODES) do
+        local value = byte(head, code.at)
+        if not code.names[value] then
+            return string.format("%s %d", code.name, value)
+        end
+    end
+    return nil
+end
+
 function korvan.dissector(tvb, pinfo, root)
     pinfo.cols.protocol = "KORVAN"
     local tree = root:add(korvan, tvb())
-    local header_length = tvb(0, 1):uint()
-    if tvb:len() <= math.max(header_length, MIN_HEADER_LENGTH) or
-        tvb(1, 1):uint() ~= HEADER_VERSION then
-        tree:add_proto_expert_info(e.short, "Not a capture header this dissector knows")
-        pinfo.cols.info = "unknown capture header"
+    local n = tvb:len()
+    local head = tvb:raw(0, math.min(n, MIN_HEADER_LENGTH))
+    local fault = header_fault(n, head)
+    if fault then
+        tree:add_proto_expert_info(e.header, "Unknown capture header: " .. fault)
+        pinfo.cols.info = "unknown capture header: " .. fault
         return
     end
+    local header_length, _, side, _, kind, family, e3, e2, e1, e0 = byte(head, 1, -1)
+    local exchange = ((e3 * 256 + e2) * 256 + e1) * 256 + e0
     local header = tree:add(korvan, tvb(0, header_length), "Capture header")
     header:add(f.header_length, tvb(0, 1))
     header:add(f.version, tvb(1, 1))
-    local side, kind, family = tvb(2, 1):uint(), tvb(4, 1):uint(), tvb(5, 1):uint()
-    local exchange = tvb(6, 4):uint()
     header:add(f.side, tvb(2, 1))
     header:add(f.direction, tvb(3, 1))
     header:add(f.kind, tvb(4, 1))
@@ -443,7 +481,7 @@ function korvan.dissector(tvb, pinfo, root)
         pinfo.cols.info = add_reply(tree, frame, request and request.expect)
         pair_reply(tree, pinfo, request)
     else
-        pinfo.cols.src, pinfo.cols.dst = "line", SIDE_NAMES[side] or "?"
+        pinfo.cols.src, pinfo.cols.dst = "line", SIDE_NAMES[side]
         tree:add(f.dropped, frame):add_proto_expert_info(e.dropped)
         local info = string.format("dropped %d bytes: %s", frame:len(), hex_text(frame))
         -- A late reply to the last request is read as one.

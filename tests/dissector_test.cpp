@@ -1,0 +1,136 @@
+// The dissector against captures written here byte by byte, among them damaged ones that neither
+// program writes: what tshark shows of each in the fields, the Info column and the expert infos.
+#include "tool_processes.h"
+
+#include <cstdint>
+#include <fstream>
+
+#include "line_capture.h"
+#include "wire_format.h"
+
+namespace {
+
+using namespace tooltest;
+using plcsim::Bytes;
+
+// The header's kinds of packet.
+constexpr std::uint8_t kRequest = 0;
+constexpr std::uint8_t kReply = 1;
+constexpr std::uint8_t kDropped = 2;
+constexpr std::uint8_t kStation = 1;
+// Room for the longest reply, to a read of 65535 words.
+constexpr std::uint32_t kSnapshotLength = 262144;
+
+Bytes withCrc(Bytes frame) {
+    const std::uint16_t crc = plcsim::crc16(frame.data(), frame.size());
+    frame.push_back(static_cast<std::uint8_t>(crc));
+    frame.push_back(static_cast<std::uint8_t>(crc >> 8));
+    return frame;
+}
+
+// A local frame of station 1 for area 14 (code 0x80) from address 100, without its CRC.
+Bytes localHead(std::uint8_t function, std::uint16_t count) {
+    return {kStation,
+            function,
+            0x80,
+            0,
+            0,
+            100,
+            static_cast<std::uint8_t>(count >> 8),
+            static_cast<std::uint8_t>(count)};
+}
+
+Bytes readWords(std::uint16_t count) {
+    return withCrc(localHead(plcsim::kFnReadWords, count));
+}
+
+// A packet as the capture holds it: the header (as LineCapture writes it, unless `kind` or
+// `headerLength` say otherwise) of exchange 1, then the frame.
+struct Packet {
+    tools::CaptureSide side;
+    std::uint8_t kind;
+    Bytes frame;
+    std::uint8_t headerLength = tools::kCaptureHeaderLength;
+
+    Bytes bytes() const {
+        const bool sent = side == tools::CaptureSide::Host ? kind == kRequest : kind == kReply;
+        const tools::FrameFamily family =
+            kind == kDropped ? tools::FrameFamily::Unknown : tools::FrameFamily::Local;
+        Bytes b{headerLength,
+                tools::kCaptureVersion,
+                static_cast<std::uint8_t>(side),
+                static_cast<std::uint8_t>(sent ? 0 : 1),
+                kind,
+                static_cast<std::uint8_t>(family),
+                0,
+                0,
+                0,
+                1};
+        b.insert(b.end(), frame.begin(), frame.end());
+        return b;
+    }
+};
+
+// A pcap file, little-endian: the file header, then each packet behind its record header, a
+// millisecond after the one before.
+void writeCapture(const std::string& path, const std::vector<Packet>& packets) {
+    std::ofstream out(path, std::ios::binary);
+    const auto put = [&out](std::uint32_t value, int bytes) {
+        for (int i = 0; i < bytes; ++i) {
+            out.put(static_cast<char>(value >> (8 * i)));
+        }
+    };
+    // Magic, version 2.4, time zone and accuracy (0), snapshot length, link type.
+    put(0xA1B2C3D4, 4);
+    put(2, 2);
+    put(4, 2);
+    put(0, 4);
+    put(0, 4);
+    put(kSnapshotLength, 4);
+    put(tools::kLinkTypeUser0, 4);
+    std::uint32_t microseconds = 0;
+    for (const Packet& packet : packets) {
+        const Bytes bytes = packet.bytes();
+        microseconds += 1000;
+        // Seconds, microseconds, length kept, length on the line.
+        put(0, 4);
+        put(microseconds, 4);
+        put(static_cast<std::uint32_t>(bytes.size()), 4);
+        put(static_cast<std::uint32_t>(bytes.size()), 4);
+        out.write(reinterpret_cast<const char*>(bytes.data()),
+                  static_cast<std::streamsize>(bytes.size()));
+    }
+}
+
+// Each capture decoded: the fields of the frames the filter shows. A header below its length
+// is refused, not read as a frame; a header code out of its range is refused too, not taken
+// for dropped bytes.
+TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
+    const auto host = tools::CaptureSide::Host;
+    const Texts info{"_ws.col.Info", "_ws.expert.message"};
+    struct Case {
+        const char* what;
+        std::vector<Packet> packets;
+        std::string filter;
+        Texts fields;
+        std::vector<Row> rows;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"header length 4", {{host, kRequest, readWords(2), 4}}, "", {"station", info[0], info[1]},
+         {{"", "unknown capture header: length 4, below 10",
+           "Unknown capture header: length 4, below 10"}}},
+        {"kind 3", {{host, 3, readWords(2)}}, "", {"dropped", info[0]},
+         {{"", "unknown capture header: kind 3"}}},
+    };
+    // clang-format on
+    ScratchDir dir;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string capture = dir.path("capture.pcap");
+        writeCapture(capture, c.packets);
+        EXPECT_EQ(decode(capture, c.fields, c.filter), c.rows);
+    }
+}
+
+}  // namespace
