@@ -104,9 +104,14 @@ void writeCapture(const std::string& path, const std::vector<Packet>& packets) {
 
 // Each capture decoded: the fields of the frames the filter shows. A header below its length
 // is refused, not read as a frame; a header code out of its range is refused too, not taken
-// for dropped bytes.
+// for dropped bytes. A local write too short for its length byte and CRC is "too short", not
+// decoded with its CRC as the payload (one just long enough, empty, is decoded).
 TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
     const auto host = tools::CaptureSide::Host;
+    const Bytes shortWrite = withCrc(localHead(plcsim::kFnWriteWords, 1));
+    Bytes emptyWrite = localHead(plcsim::kFnWriteWords, 0);
+    emptyWrite.push_back(0);  // the payload length
+    emptyWrite = withCrc(emptyWrite);
     const Texts info{"_ws.col.Info", "_ws.expert.message"};
     struct Case {
         const char* what;
@@ -122,6 +127,13 @@ TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
            "Unknown capture header: length 4, below 10"}}},
         {"kind 3", {{host, 3, readWords(2)}}, "", {"dropped", info[0]},
          {{"", "unknown capture header: kind 3"}}},
+        {"local write of 10 bytes", {{host, kRequest, shortWrite}}, "",
+         {"payload_length", "payload", "crc", info[0], info[1]},
+         {{"", "", "", "short local write: 10 bytes",
+           "Frame too short: a local write of 10 bytes; the shortest is 11"}}},
+        {"local write of 11 bytes", {{host, kRequest, emptyWrite}}, "",
+         {"payload_length", "payload", "crc.status", info[0]},
+         {{"0", "", "good", "write words st=1 area 0x80 @100 x0 [no reply]"}}},
     };
     // clang-format on
     ScratchDir dir;

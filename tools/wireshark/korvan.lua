@@ -33,6 +33,7 @@ local FUNCTION_NAMES = {
 }
 local LOCAL_HEADER = 8
 local LOCAL_READ_LENGTH = 10
+local LOCAL_WRITE_HEADER = LOCAL_HEADER + 1  -- and the payload length byte
 local CRC_LENGTH = 2
 -- Remote frames: the length byte, owner, direction, port, station, area index, address (32
 -- bits), count, mark, extra, the payload of a write, and an additive checksum byte.
@@ -228,13 +229,23 @@ local function swapped_pairs(range)
     return out:tvb("Payload in the driver's byte order"):range()
 end
 
+-- The Info text of a frame shorter than `shortest`, which shows nothing else of it.
+local function too_short(tree, what, n, shortest)
+    tree:add_proto_expert_info(e.short, string.format("Frame too short: a %s of %d bytes; " ..
+        "the shortest is %d", what, n, shortest))
+    return string.format("short %s: %d bytes", what, n)
+end
+
 local function add_local_request(tree, frame)
     local n = frame:len()
     if n < LOCAL_READ_LENGTH then
-        tree:add_proto_expert_info(e.short)
-        return "short local frame", nil
+        return too_short(tree, "local frame", n, LOCAL_READ_LENGTH), nil
     end
     local station, fn = frame(0, 1):uint(), frame(1, 1):uint()
+    local write = fn == FN_WRITE_BITS or fn == FN_WRITE_WORDS
+    if write and n < LOCAL_WRITE_HEADER + CRC_LENGTH then
+        return too_short(tree, "local write", n, LOCAL_WRITE_HEADER + CRC_LENGTH), nil
+    end
     local code, address, count = frame(2, 1):uint(), frame(3, 3):uint(), frame(6, 2):uint()
     tree:add(f.station, frame(0, 1))
     tree:add(f.func, frame(1, 1))
@@ -253,12 +264,12 @@ local function add_local_request(tree, frame)
         expect.bits = count
     elseif fn == FN_READ_WORDS then
         expect.reply_length = 2 * count + 5
-    elseif fn == FN_WRITE_BITS or fn == FN_WRITE_WORDS then
+    elseif write then
         expect.reply_length = WRITE_REPLY_LENGTH
         expect.write = true
         -- The length byte keeps 8 bits; the payload runs up to the CRC.
         tree:add(f.payload_length, frame(LOCAL_HEADER, 1))
-        local payload = frame(LOCAL_HEADER + 1, n - LOCAL_HEADER - 1 - CRC_LENGTH)
+        local payload = frame(LOCAL_WRITE_HEADER, n - LOCAL_WRITE_HEADER - CRC_LENGTH)
         if payload:len() > 0 then
             local item = tree:add(f.payload, payload)
             local values = fn == FN_WRITE_WORDS and swapped_pairs(payload) or payload
@@ -278,8 +289,7 @@ end
 local function add_remote_request(tree, frame)
     local n = frame:len()
     if n <= REMOTE_HEADER then
-        tree:add_proto_expert_info(e.short)
-        return "short remote frame", nil
+        return too_short(tree, "remote frame", n, REMOTE_HEADER + 1), nil
     end
     local write = frame(2, 1):uint() ~= 0
     local station, area = frame(4, 1):uint(), frame(5, 2):uint()
@@ -333,8 +343,7 @@ end
 local function add_reply(tree, frame, expect)
     local n = frame:len()
     if n < REPLY_HEADER + CRC_LENGTH then
-        tree:add_proto_expert_info(e.short)
-        return string.format("reply of %d bytes, too short", n)
+        return too_short(tree, "reply", n, REPLY_HEADER + CRC_LENGTH)
     end
     local station = frame(0, 1):uint()
     tree:add(f.station, frame(0, 1))
