@@ -44,6 +44,13 @@ Bytes readWords(std::uint16_t count) {
     return withCrc(localHead(plcsim::kFnReadWords, count));
 }
 
+// The reply to readWords(count), every word 0.
+Bytes wordsReply(std::uint16_t count) {
+    Bytes frame{kStation, plcsim::kFnReadWords, static_cast<std::uint8_t>(2 * count)};
+    frame.resize(frame.size() + 2 * std::size_t{count});
+    return withCrc(frame);
+}
+
 // A packet as the capture holds it: the header (as LineCapture writes it, unless `kind` or
 // `headerLength` say otherwise) of exchange 1, then the frame.
 struct Packet {
@@ -105,9 +112,10 @@ void writeCapture(const std::string& path, const std::vector<Packet>& packets) {
 // Each capture decoded: the fields of the frames the filter shows. A header below its length
 // is refused, not read as a frame; a header code out of its range is refused too, not taken
 // for dropped bytes. A local write too short for its length byte and CRC is "too short", not
-// decoded with its CRC as the payload (one just long enough, empty, is decoded).
+// decoded with its CRC as the payload (one just long enough, empty, is decoded). Bytes the PLC
+// dropped are never a late reply, however good their CRC: only the host receives replies.
 TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
-    const auto host = tools::CaptureSide::Host;
+    const auto host = tools::CaptureSide::Host, plc = tools::CaptureSide::Plc;
     const Bytes shortWrite = withCrc(localHead(plcsim::kFnWriteWords, 1));
     Bytes emptyWrite = localHead(plcsim::kFnWriteWords, 0);
     emptyWrite.push_back(0);  // the payload length
@@ -134,6 +142,10 @@ TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
         {"local write of 11 bytes", {{host, kRequest, emptyWrite}}, "",
          {"payload_length", "payload", "crc.status", info[0]},
          {{"0", "", "good", "write words st=1 area 0x80 @100 x0 [no reply]"}}},
+        {"reply with a good CRC dropped by the PLC",
+         {{plc, kRequest, readWords(2)}, {plc, kReply, wordsReply(2)},
+          {plc, kDropped, wordsReply(2)}},
+         "korvan.kind == 2", {info[0]}, {{"dropped 9 bytes: 01 20 04 00 00 00 00 fd 60"}}},
     };
     // clang-format on
     ScratchDir dir;

@@ -15,7 +15,8 @@ local korvan = Proto("korvan", "Korvan PLC line")
 -- The pseudo-header.
 local HEADER_VERSION = 1
 local MIN_HEADER_LENGTH = 10  -- version 1's fields
-local SIDE_NAMES = { [0] = "host", [1] = "PLC" }
+local SIDE_HOST = 0
+local SIDE_NAMES = { [SIDE_HOST] = "host", [1] = "PLC" }
 local DIRECTION_NAMES = { [0] = "sent", [1] = "received" }
 local KIND_REQUEST, KIND_REPLY = 0, 1  -- and 2: bytes dropped
 local KIND_NAMES = { [0] = "request", [1] = "reply", [2] = "dropped as line noise" }
@@ -493,8 +494,9 @@ function korvan.dissector(tvb, pinfo, root)
         pinfo.cols.src, pinfo.cols.dst = "line", SIDE_NAMES[side]
         tree:add(f.dropped, frame):add_proto_expert_info(e.dropped)
         local info = string.format("dropped %d bytes: %s", frame:len(), hex_text(frame))
-        -- A late reply to the last request is read as one.
-        if is_good_crc(frame) and request and request.expect and
+        -- On the host's side, a late reply to the last request is read as one; the PLC's side
+        -- receives no replies.
+        if side == SIDE_HOST and is_good_crc(frame) and request and request.expect and
             frame(0, 1):uint() == request.expect.station then
             info = info .. " (late " .. add_reply(tree:add(korvan, frame, "Late reply?"), frame,
                 request.expect) .. ")"
