@@ -20,6 +20,8 @@ constexpr std::uint8_t kDropped = 2;
 constexpr std::uint8_t kStation = 1;
 // Room for the longest reply, to a read of 65535 words.
 constexpr std::uint32_t kSnapshotLength = 262144;
+// As many words of a frame as the dissector makes items of.
+constexpr std::size_t kWordItems = 1024;
 
 Bytes withCrc(Bytes frame) {
     const std::uint16_t crc = plcsim::crc16(frame.data(), frame.size());
@@ -109,11 +111,21 @@ void writeCapture(const std::string& path, const std::vector<Packet>& packets) {
     }
 }
 
+// `count` copies of `text`, as tshark joins a field's values.
+std::string joined(const std::string& text, std::size_t count) {
+    std::string all;
+    for (std::size_t i = 0; i < count; ++i) {
+        all += (i == 0 ? "" : ",") + text;
+    }
+    return all;
+}
+
 // Each capture decoded: the fields of the frames the filter shows. A header below its length
 // is refused, not read as a frame; a header code out of its range is refused too, not taken
 // for dropped bytes. A local write too short for its length byte and CRC is "too short", not
 // decoded with its CRC as the payload (one just long enough, empty, is decoded). Bytes the PLC
-// dropped are never a late reply, however good their CRC: only the host receives replies.
+// dropped are never a late reply, however good their CRC: only the host receives replies. A
+// reply's words are items up to kWordItems, and one more item counts the rest.
 TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
     const auto host = tools::CaptureSide::Host, plc = tools::CaptureSide::Plc;
     const Bytes shortWrite = withCrc(localHead(plcsim::kFnWriteWords, 1));
@@ -121,6 +133,7 @@ TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
     emptyWrite.push_back(0);  // the payload length
     emptyWrite = withCrc(emptyWrite);
     const Texts info{"_ws.col.Info", "_ws.expert.message"};
+    const Texts words{"word", "word.more"};
     struct Case {
         const char* what;
         std::vector<Packet> packets;
@@ -146,6 +159,12 @@ TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
          {{plc, kRequest, readWords(2)}, {plc, kReply, wordsReply(2)},
           {plc, kDropped, wordsReply(2)}},
          "korvan.kind == 2", {info[0]}, {{"dropped 9 bytes: 01 20 04 00 00 00 00 fd 60"}}},
+        {"reply of 65535 words",
+         {{host, kRequest, readWords(65535)}, {host, kReply, wordsReply(65535)}},
+         "korvan.kind == 1", words, {{joined("0x0000", kWordItems), "64511"}}},
+        {"reply of as many words as become items",
+         {{host, kRequest, readWords(kWordItems)}, {host, kReply, wordsReply(kWordItems)}},
+         "korvan.kind == 1", words, {{joined("0x0000", kWordItems), ""}}},
     };
     // clang-format on
     ScratchDir dir;

@@ -62,6 +62,10 @@ AREA_NAMES[BIT_OF_WORD_AREA] = "bit of a word of area 14"
 local INFO_WORDS = 8
 local INFO_BITS = 64
 local INFO_HEX_BYTES = 16
+-- How many words of a frame become items of their own; korvan.word.more counts the rest. The
+-- longest local write carries about 1000, and the reply to a read of 65535 words would add as
+-- many items as it has words on every pass.
+local MAX_WORD_ITEMS = 1024
 
 local f = {
     header_length = ProtoField.uint8("korvan.capture.header_length", "Header length"),
@@ -87,6 +91,7 @@ local f = {
     byte_count = ProtoField.uint8("korvan.byte_count", "Byte count"),
     data = ProtoField.bytes("korvan.data", "Data"),
     word = ProtoField.uint16("korvan.word", "Word", base.HEX_DEC),
+    word_more = ProtoField.uint32("korvan.word.more", "More words"),
     bits = ProtoField.string("korvan.bits", "Bits"),
     crc = ProtoField.uint16("korvan.crc", "CRC", base.HEX),
     crc_status = ProtoField.string("korvan.crc.status", "CRC status"),
@@ -133,29 +138,38 @@ local function exchange_key(side, exchange)
     return side .. ":" .. exchange
 end
 
+-- Bytes are read out of Lua strings: a TvbRange a byte would cost a call into Wireshark each.
 local byte = string.byte
+local band, bxor, rshift = bit32.band, bit32.bxor, bit32.rshift
 
-local function crc16(range)
-    local crc = 0xFFFF
-    for i = 0, range:len() - 1 do
-        crc = bit32.bxor(crc, range(i, 1):uint())
-        for _ = 1, 8 do
-            if bit32.band(crc, 1) == 1 then
-                crc = bit32.bxor(bit32.rshift(crc, 1), 0xA001)
-            else
-                crc = bit32.rshift(crc, 1)
-            end
-        end
+-- CRC-16 (polynomial 0xA001, reflected) a byte at a time, through each byte's remainder split
+-- into its low and high bytes: two bit32 calls a byte.
+local CRC_LOW, CRC_HIGH = {}, {}
+for value = 0, 255 do
+    local crc = value
+    for _ = 1, 8 do
+        crc = band(crc, 1) == 1 and bxor(rshift(crc, 1), 0xA001) or rshift(crc, 1)
     end
-    return crc
+    CRC_LOW[value], CRC_HIGH[value] = band(crc, 0xFF), rshift(crc, 8)
 end
 
--- The CRC in the last two bytes of `frame`, low byte first, over every byte before them.
+-- The CRC the string `bytes` ends in, low byte first, and the one computed over the bytes
+-- before it.
+local function crc_of(bytes)
+    local n = #bytes
+    local low, high = 0xFF, 0xFF
+    for i = 1, n - CRC_LENGTH do
+        local index = bxor(low, byte(bytes, i))
+        low, high = bxor(high, CRC_LOW[index]), CRC_HIGH[index]
+    end
+    local stated_low, stated_high = byte(bytes, n - 1, n)
+    return stated_high * 256 + stated_low, high * 256 + low
+end
+
+-- The CRC in the last two bytes of `frame`.
 local function add_crc(tree, frame)
-    local n = frame:len()
-    local stated = frame(n - CRC_LENGTH, CRC_LENGTH):le_uint()
-    local computed = crc16(frame(0, n - CRC_LENGTH))
-    local item = tree:add_le(f.crc, frame(n - CRC_LENGTH, CRC_LENGTH))
+    local stated, computed = crc_of(frame:raw())
+    local item = tree:add_le(f.crc, frame(frame:len() - CRC_LENGTH, CRC_LENGTH))
     local good = stated == computed
     local status = tree:add(f.crc_status, good and "good" or "bad"):set_generated()
     if not good then
@@ -167,14 +181,14 @@ end
 
 -- The additive checksum in the last byte of a remote frame.
 local function add_sum(tree, frame)
-    local n = frame:len()
+    local bytes = frame:raw()
     local sum = 0
-    for i = 0, n - 2 do
-        sum = sum + frame(i, 1):uint()
+    for i = 1, #bytes - 1 do
+        sum = sum + byte(bytes, i)
     end
     sum = sum % 256
-    local item = tree:add(f.sum, frame(n - 1, 1))
-    local good = frame(n - 1, 1):uint() == sum
+    local item = tree:add(f.sum, frame(#bytes - 1, 1))
+    local good = byte(bytes, #bytes) == sum
     local status = tree:add(f.sum_status, good and "good" or "bad"):set_generated()
     if not good then
         item:append_text(string.format(" [should be 0x%02x]", sum))
@@ -183,33 +197,48 @@ local function add_sum(tree, frame)
     return good
 end
 
--- Words, each as a field; `little` for payloads held low byte first. Returns the Info text.
+-- Words, each as a field up to MAX_WORD_ITEMS; `little` for payloads held low byte first.
+-- Returns the Info text.
 local function add_words(tree, range, little)
+    local words = math.floor(range:len() / 2)
+    local add = little and tree.add_le or tree.add
+    for i = 0, math.min(words, MAX_WORD_ITEMS) - 1 do
+        add(tree, f.word, range(2 * i, 2))
+    end
+    if words > MAX_WORD_ITEMS then
+        local more = words - MAX_WORD_ITEMS
+        tree:add(f.word_more, range(2 * MAX_WORD_ITEMS), more,
+            string.format("… %d more words", more))
+    end
     local shown = {}
-    for i = 0, range:len() - 2, 2 do
-        local word = range(i, 2)
+    local first = range(0, 2 * math.min(words, INFO_WORDS)):raw()
+    for i = 1, #first, 2 do
+        local high, low = byte(first, i, i + 1)
         if little then
-            tree:add_le(f.word, word)
-        else
-            tree:add(f.word, word)
+            high, low = low, high
         end
-        if #shown < INFO_WORDS then
-            shown[#shown + 1] = string.format("0x%04x", little and word:le_uint() or word:uint())
-        elseif #shown == INFO_WORDS then
-            shown[#shown + 1] = "..."
-        end
+        shown[#shown + 1] = string.format("0x%02x%02x", high, low)
+    end
+    if words > INFO_WORDS then
+        shown[#shown + 1] = "..."
     end
     return table.concat(shown, " ")
 end
 
+-- Each byte's bits as a run of 0 and 1, least significant first.
+local BIT_RUNS = {}
+for value = 0, 255 do
+    local run = {}
+    for i = 0, 7 do
+        run[i + 1] = bit32.extract(value, i)
+    end
+    BIT_RUNS[string.char(value)] = table.concat(run)
+end
+
 -- `count` bits packed least significant bit first, the first bit first. Returns the Info text.
 local function add_bits(tree, range, count)
-    local run = {}
-    for i = 0, math.min(count, range:len() * 8) - 1 do
-        local byte = range(math.floor(i / 8), 1):uint()
-        run[#run + 1] = bit32.extract(byte, i % 8) == 1 and "1" or "0"
-    end
-    local text = table.concat(run)
+    local bytes = range(0, math.min(math.ceil(count / 8), range:len())):raw()
+    local text = bytes:gsub(".", BIT_RUNS):sub(1, count)
     tree:add(f.bits, range, text)
     if #text > INFO_BITS then
         return text:sub(1, INFO_BITS) .. "..."
@@ -220,14 +249,8 @@ end
 -- A local word write's payload goes high byte first: swapped back into the driver's order, it
 -- is a bit area's packed bits or the words.
 local function swapped_pairs(range)
-    local bytes = range:bytes()
-    local out = ByteArray.new()
-    out:set_size(bytes:len())
-    for i = 0, bytes:len() - 1 do
-        local from = (i % 2 == 0) and i + 1 or i - 1
-        out:set_index(i, from < bytes:len() and bytes:get_index(from) or bytes:get_index(i))
-    end
-    return out:tvb("Payload in the driver's byte order"):range()
+    local swapped = range:raw():gsub("(.)(.)", "%2%1")
+    return ByteArray.new(swapped, true):tvb("Payload in the driver's byte order"):range()
 end
 
 -- The Info text of a frame shorter than `shortest`, which shows nothing else of it.
@@ -392,9 +415,9 @@ end
 
 -- The first bytes in hexadecimal, for the Info column.
 local function hex_text(range)
-    local shown = {}
-    for i = 0, math.min(range:len(), INFO_HEX_BYTES) - 1 do
-        shown[#shown + 1] = string.format("%02x", range(i, 1):uint())
+    local shown = { byte(range:raw(0, math.min(range:len(), INFO_HEX_BYTES)), 1, -1) }
+    for i, value in ipairs(shown) do
+        shown[i] = string.format("%02x", value)
     end
     if range:len() > INFO_HEX_BYTES then
         shown[#shown + 1] = "..."
@@ -403,9 +426,11 @@ local function hex_text(range)
 end
 
 local function is_good_crc(frame)
-    local n = frame:len()
-    return n >= REPLY_HEADER + CRC_LENGTH and
-        frame(n - CRC_LENGTH, CRC_LENGTH):le_uint() == crc16(frame(0, n - CRC_LENGTH))
+    if frame:len() < REPLY_HEADER + CRC_LENGTH then
+        return false
+    end
+    local stated, computed = crc_of(frame:raw())
+    return stated == computed
 end
 
 -- The header's one-byte codes, each with its known values.
