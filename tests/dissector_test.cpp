@@ -12,12 +12,13 @@ namespace {
 
 using namespace tooltest;
 using plcsim::Bytes;
+using Byte = std::uint8_t;
 
 // The header's kinds of packet.
-constexpr std::uint8_t kRequest = 0;
-constexpr std::uint8_t kReply = 1;
-constexpr std::uint8_t kDropped = 2;
-constexpr std::uint8_t kStation = 1;
+constexpr Byte kRequest = 0;
+constexpr Byte kReply = 1;
+constexpr Byte kDropped = 2;
+constexpr Byte kStation = 1;
 // Room for the longest reply, to a read of 65535 words.
 constexpr std::uint32_t kSnapshotLength = 262144;
 // As many words of a frame as the dissector makes items of.
@@ -25,21 +26,15 @@ constexpr std::size_t kWordItems = 1024;
 
 Bytes withCrc(Bytes frame) {
     const std::uint16_t crc = plcsim::crc16(frame.data(), frame.size());
-    frame.push_back(static_cast<std::uint8_t>(crc));
-    frame.push_back(static_cast<std::uint8_t>(crc >> 8));
+    frame.push_back(static_cast<Byte>(crc));
+    frame.push_back(static_cast<Byte>(crc >> 8));
     return frame;
 }
 
 // A local frame of station 1 for area 14 (code 0x80) from address 100, without its CRC.
-Bytes localHead(std::uint8_t function, std::uint16_t count) {
-    return {kStation,
-            function,
-            0x80,
-            0,
-            0,
-            100,
-            static_cast<std::uint8_t>(count >> 8),
-            static_cast<std::uint8_t>(count)};
+Bytes localHead(Byte function, std::uint16_t count) {
+    const auto high = static_cast<Byte>(count >> 8), low = static_cast<Byte>(count);
+    return {kStation, function, 0x80, 0, 0, 100, high, low};
 }
 
 Bytes readWords(std::uint16_t count) {
@@ -48,7 +43,7 @@ Bytes readWords(std::uint16_t count) {
 
 // The reply to readWords(count), every word 0.
 Bytes wordsReply(std::uint16_t count) {
-    Bytes frame{kStation, plcsim::kFnReadWords, static_cast<std::uint8_t>(2 * count)};
+    Bytes frame{kStation, plcsim::kFnReadWords, static_cast<Byte>(2 * count)};
     frame.resize(frame.size() + 2 * std::size_t{count});
     return withCrc(frame);
 }
@@ -57,24 +52,17 @@ Bytes wordsReply(std::uint16_t count) {
 // `headerLength` say otherwise) of exchange 1, then the frame.
 struct Packet {
     tools::CaptureSide side;
-    std::uint8_t kind;
+    Byte kind;
     Bytes frame;
-    std::uint8_t headerLength = tools::kCaptureHeaderLength;
+    Byte headerLength = tools::kCaptureHeaderLength;
 
     Bytes bytes() const {
         const bool sent = side == tools::CaptureSide::Host ? kind == kRequest : kind == kReply;
         const tools::FrameFamily family =
             kind == kDropped ? tools::FrameFamily::Unknown : tools::FrameFamily::Local;
-        Bytes b{headerLength,
-                tools::kCaptureVersion,
-                static_cast<std::uint8_t>(side),
-                static_cast<std::uint8_t>(sent ? 0 : 1),
-                kind,
-                static_cast<std::uint8_t>(family),
-                0,
-                0,
-                0,
-                1};
+        const auto u8 = [](auto value) { return static_cast<Byte>(value); };
+        Bytes b{headerLength, tools::kCaptureVersion, u8(side), u8(sent ? 0 : 1), kind, u8(family)};
+        b.insert(b.end(), {0, 0, 0, 1});  // exchange 1
         b.insert(b.end(), frame.begin(), frame.end());
         return b;
     }
