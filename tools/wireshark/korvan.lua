@@ -15,7 +15,8 @@ local korvan = Proto("korvan", "Korvan PLC line")
 -- The pseudo-header.
 local HEADER_VERSION = 1
 local MIN_HEADER_LENGTH = 10  -- version 1's fields
-local SIDE_NAMES = { [0] = "host", [1] = "PLC" }
+local SIDE_HOST = 0
+local SIDE_NAMES = { [SIDE_HOST] = "host", [1] = "PLC" }
 local DIRECTION_NAMES = { [0] = "sent", [1] = "received" }
 local KIND_REQUEST, KIND_REPLY = 0, 1  -- and 2: bytes dropped
 local KIND_NAMES = { [0] = "request", [1] = "reply", [2] = "dropped as line noise" }
@@ -33,6 +34,7 @@ local FUNCTION_NAMES = {
 }
 local LOCAL_HEADER = 8
 local LOCAL_READ_LENGTH = 10
+local LOCAL_WRITE_HEADER = LOCAL_HEADER + 1  -- and the payload length byte
 local CRC_LENGTH = 2
 -- Remote frames: the length byte, owner, direction, port, station, area index, address (32
 -- bits), count, mark, extra, the payload of a write, and an additive checksum byte.
@@ -60,6 +62,10 @@ AREA_NAMES[BIT_OF_WORD_AREA] = "bit of a word of area 14"
 local INFO_WORDS = 8
 local INFO_BITS = 64
 local INFO_HEX_BYTES = 16
+-- How many words of a frame become items of their own; korvan.word.more counts the rest. The
+-- longest local write carries about 1000, and the reply to a read of 65535 words would add as
+-- many items as it has words on every pass.
+local MAX_WORD_ITEMS = 1024
 
 local f = {
     header_length = ProtoField.uint8("korvan.capture.header_length", "Header length"),
@@ -85,6 +91,7 @@ local f = {
     byte_count = ProtoField.uint8("korvan.byte_count", "Byte count"),
     data = ProtoField.bytes("korvan.data", "Data"),
     word = ProtoField.uint16("korvan.word", "Word", base.HEX_DEC),
+    word_more = ProtoField.uint32("korvan.word.more", "More words"),
     bits = ProtoField.string("korvan.bits", "Bits"),
     crc = ProtoField.uint16("korvan.crc", "CRC", base.HEX),
     crc_status = ProtoField.string("korvan.crc.status", "CRC status"),
@@ -115,6 +122,8 @@ local e = {
         expert.group.SEQUENCE, expert.severity.WARN),
     short = ProtoExpert.new("korvan.short", "Frame too short", expert.group.MALFORMED,
         expert.severity.ERROR),
+    header = ProtoExpert.new("korvan.capture.unknown", "Unknown capture header",
+        expert.group.MALFORMED, expert.severity.ERROR),
 }
 korvan.experts = e
 
@@ -129,27 +138,38 @@ local function exchange_key(side, exchange)
     return side .. ":" .. exchange
 end
 
-local function crc16(range)
-    local crc = 0xFFFF
-    for i = 0, range:len() - 1 do
-        crc = bit32.bxor(crc, range(i, 1):uint())
-        for _ = 1, 8 do
-            if bit32.band(crc, 1) == 1 then
-                crc = bit32.bxor(bit32.rshift(crc, 1), 0xA001)
-            else
-                crc = bit32.rshift(crc, 1)
-            end
-        end
+-- Bytes are read out of Lua strings: a TvbRange a byte would cost a call into Wireshark each.
+local byte = string.byte
+local band, bxor, rshift = bit32.band, bit32.bxor, bit32.rshift
+
+-- CRC-16 (polynomial 0xA001, reflected) a byte at a time, through each byte's remainder split
+-- into its low and high bytes: two bit32 calls a byte.
+local CRC_LOW, CRC_HIGH = {}, {}
+for value = 0, 255 do
+    local crc = value
+    for _ = 1, 8 do
+        crc = band(crc, 1) == 1 and bxor(rshift(crc, 1), 0xA001) or rshift(crc, 1)
     end
-    return crc
+    CRC_LOW[value], CRC_HIGH[value] = band(crc, 0xFF), rshift(crc, 8)
 end
 
--- The CRC in the last two bytes of `frame`, low byte first, over every byte before them.
+-- The CRC the string `bytes` ends in, low byte first, and the one computed over the bytes
+-- before it.
+local function crc_of(bytes)
+    local n = #bytes
+    local low, high = 0xFF, 0xFF
+    for i = 1, n - CRC_LENGTH do
+        local index = bxor(low, byte(bytes, i))
+        low, high = bxor(high, CRC_LOW[index]), CRC_HIGH[index]
+    end
+    local stated_low, stated_high = byte(bytes, n - 1, n)
+    return stated_high * 256 + stated_low, high * 256 + low
+end
+
+-- The CRC in the last two bytes of `frame`.
 local function add_crc(tree, frame)
-    local n = frame:len()
-    local stated = frame(n - CRC_LENGTH, CRC_LENGTH):le_uint()
-    local computed = crc16(frame(0, n - CRC_LENGTH))
-    local item = tree:add_le(f.crc, frame(n - CRC_LENGTH, CRC_LENGTH))
+    local stated, computed = crc_of(frame:raw())
+    local item = tree:add_le(f.crc, frame(frame:len() - CRC_LENGTH, CRC_LENGTH))
     local good = stated == computed
     local status = tree:add(f.crc_status, good and "good" or "bad"):set_generated()
     if not good then
@@ -161,14 +181,14 @@ end
 
 -- The additive checksum in the last byte of a remote frame.
 local function add_sum(tree, frame)
-    local n = frame:len()
+    local bytes = frame:raw()
     local sum = 0
-    for i = 0, n - 2 do
-        sum = sum + frame(i, 1):uint()
+    for i = 1, #bytes - 1 do
+        sum = sum + byte(bytes, i)
     end
     sum = sum % 256
-    local item = tree:add(f.sum, frame(n - 1, 1))
-    local good = frame(n - 1, 1):uint() == sum
+    local item = tree:add(f.sum, frame(#bytes - 1, 1))
+    local good = byte(bytes, #bytes) == sum
     local status = tree:add(f.sum_status, good and "good" or "bad"):set_generated()
     if not good then
         item:append_text(string.format(" [should be 0x%02x]", sum))
@@ -177,33 +197,48 @@ local function add_sum(tree, frame)
     return good
 end
 
--- Words, each as a field; `little` for payloads held low byte first. Returns the Info text.
+-- Words, each as a field up to MAX_WORD_ITEMS; `little` for payloads held low byte first.
+-- Returns the Info text.
 local function add_words(tree, range, little)
+    local words = math.floor(range:len() / 2)
+    local add = little and tree.add_le or tree.add
+    for i = 0, math.min(words, MAX_WORD_ITEMS) - 1 do
+        add(tree, f.word, range(2 * i, 2))
+    end
+    if words > MAX_WORD_ITEMS then
+        local more = words - MAX_WORD_ITEMS
+        tree:add(f.word_more, range(2 * MAX_WORD_ITEMS), more,
+            string.format("… %d more words", more))
+    end
     local shown = {}
-    for i = 0, range:len() - 2, 2 do
-        local word = range(i, 2)
+    local first = range(0, 2 * math.min(words, INFO_WORDS)):raw()
+    for i = 1, #first, 2 do
+        local high, low = byte(first, i, i + 1)
         if little then
-            tree:add_le(f.word, word)
-        else
-            tree:add(f.word, word)
+            high, low = low, high
         end
-        if #shown < INFO_WORDS then
-            shown[#shown + 1] = string.format("0x%04x", little and word:le_uint() or word:uint())
-        elseif #shown == INFO_WORDS then
-            shown[#shown + 1] = "..."
-        end
+        shown[#shown + 1] = string.format("0x%02x%02x", high, low)
+    end
+    if words > INFO_WORDS then
+        shown[#shown + 1] = "..."
     end
     return table.concat(shown, " ")
 end
 
+-- Each byte's bits as a run of 0 and 1, least significant first.
+local BIT_RUNS = {}
+for value = 0, 255 do
+    local run = {}
+    for i = 0, 7 do
+        run[i + 1] = bit32.extract(value, i)
+    end
+    BIT_RUNS[string.char(value)] = table.concat(run)
+end
+
 -- `count` bits packed least significant bit first, the first bit first. Returns the Info text.
 local function add_bits(tree, range, count)
-    local run = {}
-    for i = 0, math.min(count, range:len() * 8) - 1 do
-        local byte = range(math.floor(i / 8), 1):uint()
-        run[#run + 1] = bit32.extract(byte, i % 8) == 1 and "1" or "0"
-    end
-    local text = table.concat(run)
+    local bytes = range(0, math.min(math.ceil(count / 8), range:len())):raw()
+    local text = bytes:gsub(".", BIT_RUNS):sub(1, count)
     tree:add(f.bits, range, text)
     if #text > INFO_BITS then
         return text:sub(1, INFO_BITS) .. "..."
@@ -214,23 +249,27 @@ end
 -- A local word write's payload goes high byte first: swapped back into the driver's order, it
 -- is a bit area's packed bits or the words.
 local function swapped_pairs(range)
-    local bytes = range:bytes()
-    local out = ByteArray.new()
-    out:set_size(bytes:len())
-    for i = 0, bytes:len() - 1 do
-        local from = (i % 2 == 0) and i + 1 or i - 1
-        out:set_index(i, from < bytes:len() and bytes:get_index(from) or bytes:get_index(i))
-    end
-    return out:tvb("Payload in the driver's byte order"):range()
+    local swapped = range:raw():gsub("(.)(.)", "%2%1")
+    return ByteArray.new(swapped, true):tvb("Payload in the driver's byte order"):range()
+end
+
+-- The Info text of a frame shorter than `shortest`, which shows nothing else of it.
+local function too_short(tree, what, n, shortest)
+    tree:add_proto_expert_info(e.short, string.format("Frame too short: a %s of %d bytes; " ..
+        "the shortest is %d", what, n, shortest))
+    return string.format("short %s: %d bytes", what, n)
 end
 
 local function add_local_request(tree, frame)
     local n = frame:len()
     if n < LOCAL_READ_LENGTH then
-        tree:add_proto_expert_info(e.short)
-        return "short local frame", nil
+        return too_short(tree, "local frame", n, LOCAL_READ_LENGTH), nil
     end
     local station, fn = frame(0, 1):uint(), frame(1, 1):uint()
+    local write = fn == FN_WRITE_BITS or fn == FN_WRITE_WORDS
+    if write and n < LOCAL_WRITE_HEADER + CRC_LENGTH then
+        return too_short(tree, "local write", n, LOCAL_WRITE_HEADER + CRC_LENGTH), nil
+    end
     local code, address, count = frame(2, 1):uint(), frame(3, 3):uint(), frame(6, 2):uint()
     tree:add(f.station, frame(0, 1))
     tree:add(f.func, frame(1, 1))
@@ -249,12 +288,12 @@ local function add_local_request(tree, frame)
         expect.bits = count
     elseif fn == FN_READ_WORDS then
         expect.reply_length = 2 * count + 5
-    elseif fn == FN_WRITE_BITS or fn == FN_WRITE_WORDS then
+    elseif write then
         expect.reply_length = WRITE_REPLY_LENGTH
         expect.write = true
         -- The length byte keeps 8 bits; the payload runs up to the CRC.
         tree:add(f.payload_length, frame(LOCAL_HEADER, 1))
-        local payload = frame(LOCAL_HEADER + 1, n - LOCAL_HEADER - 1 - CRC_LENGTH)
+        local payload = frame(LOCAL_WRITE_HEADER, n - LOCAL_WRITE_HEADER - CRC_LENGTH)
         if payload:len() > 0 then
             local item = tree:add(f.payload, payload)
             local values = fn == FN_WRITE_WORDS and swapped_pairs(payload) or payload
@@ -274,8 +313,7 @@ end
 local function add_remote_request(tree, frame)
     local n = frame:len()
     if n <= REMOTE_HEADER then
-        tree:add_proto_expert_info(e.short)
-        return "short remote frame", nil
+        return too_short(tree, "remote frame", n, REMOTE_HEADER + 1), nil
     end
     local write = frame(2, 1):uint() ~= 0
     local station, area = frame(4, 1):uint(), frame(5, 2):uint()
@@ -329,8 +367,7 @@ end
 local function add_reply(tree, frame, expect)
     local n = frame:len()
     if n < REPLY_HEADER + CRC_LENGTH then
-        tree:add_proto_expert_info(e.short)
-        return string.format("reply of %d bytes, too short", n)
+        return too_short(tree, "reply", n, REPLY_HEADER + CRC_LENGTH)
     end
     local station = frame(0, 1):uint()
     tree:add(f.station, frame(0, 1))
@@ -378,9 +415,9 @@ end
 
 -- The first bytes in hexadecimal, for the Info column.
 local function hex_text(range)
-    local shown = {}
-    for i = 0, math.min(range:len(), INFO_HEX_BYTES) - 1 do
-        shown[#shown + 1] = string.format("%02x", range(i, 1):uint())
+    local shown = { byte(range:raw(0, math.min(range:len(), INFO_HEX_BYTES)), 1, -1) }
+    for i, value in ipairs(shown) do
+        shown[i] = string.format("%02x", value)
     end
     if range:len() > INFO_HEX_BYTES then
         shown[#shown + 1] = "..."
@@ -389,26 +426,62 @@ local function hex_text(range)
 end
 
 local function is_good_crc(frame)
-    local n = frame:len()
-    return n >= REPLY_HEADER + CRC_LENGTH and
-        frame(n - CRC_LENGTH, CRC_LENGTH):le_uint() == crc16(frame(0, n - CRC_LENGTH))
+    if frame:len() < REPLY_HEADER + CRC_LENGTH then
+        return false
+    end
+    local stated, computed = crc_of(frame:raw())
+    return stated == computed
+end
+
+-- The header's one-byte codes, each with its known values.
+local HEADER_CODES = {
+    { at = 3, name = "side", names = SIDE_NAMES },
+    { at = 4, name = "direction", names = DIRECTION_NAMES },
+    { at = 5, name = "kind", names = KIND_NAMES },
+    { at = 6, name = "family", names = FAMILY_NAMES },
+}
+
+-- Why a packet of `n` bytes, `head` its first ones, does not start with a header this dissector
+-- reads; nil when it does.
+local function header_fault(n, head)
+    if n < MIN_HEADER_LENGTH then
+        return string.format("%d bytes, shorter than a header", n)
+    end
+    local length, version = byte(head, 1, 2)
+    if version ~= HEADER_VERSION then
+        return string.format("version %d", version)
+    end
+    if length < MIN_HEADER_LENGTH then
+        return string.format("length %d, below %d", length, MIN_HEADER_LENGTH)
+    end
+    if length >= n then
+        return string.format("length %d leaves no frame", length)
+    end
+    for _, code in ipairs(HEADER_CODES) do
+        local value = byte(head, code.at)
+        if not code.names[value] then
+            return string.format("%s %d", code.name, value)
+        end
+    end
+    return nil
 end
 
 function korvan.dissector(tvb, pinfo, root)
     pinfo.cols.protocol = "KORVAN"
     local tree = root:add(korvan, tvb())
-    local header_length = tvb(0, 1):uint()
-    if tvb:len() <= math.max(header_length, MIN_HEADER_LENGTH) or
-        tvb(1, 1):uint() ~= HEADER_VERSION then
-        tree:add_proto_expert_info(e.short, "Not a capture header this dissector knows")
-        pinfo.cols.info = "unknown capture header"
+    local n = tvb:len()
+    local head = tvb:raw(0, math.min(n, MIN_HEADER_LENGTH))
+    local fault = header_fault(n, head)
+    if fault then
+        tree:add_proto_expert_info(e.header, "Unknown capture header: " .. fault)
+        pinfo.cols.info = "unknown capture header: " .. fault
         return
     end
+    local header_length, _, side, _, kind, family, e3, e2, e1, e0 = byte(head, 1, -1)
+    local exchange = ((e3 * 256 + e2) * 256 + e1) * 256 + e0
     local header = tree:add(korvan, tvb(0, header_length), "Capture header")
     header:add(f.header_length, tvb(0, 1))
     header:add(f.version, tvb(1, 1))
-    local side, kind, family = tvb(2, 1):uint(), tvb(4, 1):uint(), tvb(5, 1):uint()
-    local exchange = tvb(6, 4):uint()
     header:add(f.side, tvb(2, 1))
     header:add(f.direction, tvb(3, 1))
     header:add(f.kind, tvb(4, 1))
@@ -443,11 +516,12 @@ function korvan.dissector(tvb, pinfo, root)
         pinfo.cols.info = add_reply(tree, frame, request and request.expect)
         pair_reply(tree, pinfo, request)
     else
-        pinfo.cols.src, pinfo.cols.dst = "line", SIDE_NAMES[side] or "?"
+        pinfo.cols.src, pinfo.cols.dst = "line", SIDE_NAMES[side]
         tree:add(f.dropped, frame):add_proto_expert_info(e.dropped)
         local info = string.format("dropped %d bytes: %s", frame:len(), hex_text(frame))
-        -- A late reply to the last request is read as one.
-        if is_good_crc(frame) and request and request.expect and
+        -- On the host's side, a late reply to the last request is read as one; the PLC's side
+        -- receives no replies.
+        if side == SIDE_HOST and is_good_crc(frame) and request and request.expect and
             frame(0, 1):uint() == request.expect.station then
             info = info .. " (late " .. add_reply(tree:add(korvan, frame, "Late reply?"), frame,
                 request.expect) .. ")"

@@ -1,0 +1,167 @@
+// The dissector against captures written here byte by byte, among them damaged ones that neither
+// program writes: what tshark shows of each in the fields, the Info column and the expert infos.
+#include "tool_processes.h"
+
+#include <cstdint>
+#include <fstream>
+
+#include "line_capture.h"
+#include "wire_format.h"
+
+namespace {
+
+using namespace tooltest;
+using plcsim::Bytes;
+using Byte = std::uint8_t;
+
+// The header's kinds of packet.
+constexpr Byte kRequest = 0;
+constexpr Byte kReply = 1;
+constexpr Byte kDropped = 2;
+constexpr Byte kStation = 1;
+// Room for the longest reply, to a read of 65535 words.
+constexpr std::uint32_t kSnapshotLength = 262144;
+// As many words of a frame as the dissector makes items of.
+constexpr std::size_t kWordItems = 1024;
+
+Bytes withCrc(Bytes frame) {
+    const std::uint16_t crc = plcsim::crc16(frame.data(), frame.size());
+    frame.push_back(static_cast<Byte>(crc));
+    frame.push_back(static_cast<Byte>(crc >> 8));
+    return frame;
+}
+
+// A local frame of station 1 for area 14 (code 0x80) from address 100, without its CRC.
+Bytes localHead(Byte function, std::uint16_t count) {
+    const auto high = static_cast<Byte>(count >> 8), low = static_cast<Byte>(count);
+    return {kStation, function, 0x80, 0, 0, 100, high, low};
+}
+
+Bytes readWords(std::uint16_t count) {
+    return withCrc(localHead(plcsim::kFnReadWords, count));
+}
+
+// The reply to readWords(count), every word 0.
+Bytes wordsReply(std::uint16_t count) {
+    Bytes frame{kStation, plcsim::kFnReadWords, static_cast<Byte>(2 * count)};
+    frame.resize(frame.size() + 2 * std::size_t{count});
+    return withCrc(frame);
+}
+
+// A packet as the capture holds it: the header (as LineCapture writes it, unless `kind` or
+// `headerLength` say otherwise) of exchange 1, then the frame.
+struct Packet {
+    tools::CaptureSide side;
+    Byte kind;
+    Bytes frame;
+    Byte headerLength = tools::kCaptureHeaderLength;
+
+    Bytes bytes() const {
+        const bool sent = side == tools::CaptureSide::Host ? kind == kRequest : kind == kReply;
+        const tools::FrameFamily family =
+            kind == kDropped ? tools::FrameFamily::Unknown : tools::FrameFamily::Local;
+        const auto u8 = [](auto value) { return static_cast<Byte>(value); };
+        Bytes b{headerLength, tools::kCaptureVersion, u8(side), u8(sent ? 0 : 1), kind, u8(family)};
+        b.insert(b.end(), {0, 0, 0, 1});  // exchange 1
+        b.insert(b.end(), frame.begin(), frame.end());
+        return b;
+    }
+};
+
+// A pcap file, little-endian: the file header, then each packet behind its record header, a
+// millisecond after the one before.
+void writeCapture(const std::string& path, const std::vector<Packet>& packets) {
+    std::ofstream out(path, std::ios::binary);
+    const auto put = [&out](std::uint32_t value, int bytes) {
+        for (int i = 0; i < bytes; ++i) {
+            out.put(static_cast<char>(value >> (8 * i)));
+        }
+    };
+    // Magic, version 2.4, time zone and accuracy (0), snapshot length, link type.
+    put(0xA1B2C3D4, 4);
+    put(2, 2);
+    put(4, 2);
+    put(0, 4);
+    put(0, 4);
+    put(kSnapshotLength, 4);
+    put(tools::kLinkTypeUser0, 4);
+    std::uint32_t microseconds = 0;
+    for (const Packet& packet : packets) {
+        const Bytes bytes = packet.bytes();
+        microseconds += 1000;
+        // Seconds, microseconds, length kept, length on the line.
+        put(0, 4);
+        put(microseconds, 4);
+        put(static_cast<std::uint32_t>(bytes.size()), 4);
+        put(static_cast<std::uint32_t>(bytes.size()), 4);
+        out.write(reinterpret_cast<const char*>(bytes.data()),
+                  static_cast<std::streamsize>(bytes.size()));
+    }
+}
+
+// `count` copies of `text`, as tshark joins a field's values.
+std::string joined(const std::string& text, std::size_t count) {
+    std::string all;
+    for (std::size_t i = 0; i < count; ++i) {
+        all += (i == 0 ? "" : ",") + text;
+    }
+    return all;
+}
+
+// Each capture decoded: the fields of the frames the filter shows. A header below its length
+// is refused, not read as a frame; a header code out of its range is refused too, not taken
+// for dropped bytes. A local write too short for its length byte and CRC is "too short", not
+// decoded with its CRC as the payload (one just long enough, empty, is decoded). Bytes the PLC
+// dropped are never a late reply, however good their CRC: only the host receives replies. A
+// reply's words are items up to kWordItems, and one more item counts the rest.
+TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
+    const auto host = tools::CaptureSide::Host, plc = tools::CaptureSide::Plc;
+    const Bytes shortWrite = withCrc(localHead(plcsim::kFnWriteWords, 1));
+    Bytes emptyWrite = localHead(plcsim::kFnWriteWords, 0);
+    emptyWrite.push_back(0);  // the payload length
+    emptyWrite = withCrc(emptyWrite);
+    const Texts info{"_ws.col.Info", "_ws.expert.message"};
+    const Texts words{"word", "word.more"};
+    struct Case {
+        const char* what;
+        std::vector<Packet> packets;
+        std::string filter;
+        Texts fields;
+        std::vector<Row> rows;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"header length 4", {{host, kRequest, readWords(2), 4}}, "", {"station", info[0], info[1]},
+         {{"", "unknown capture header: length 4, below 10",
+           "Unknown capture header: length 4, below 10"}}},
+        {"kind 3", {{host, 3, readWords(2)}}, "", {"dropped", info[0]},
+         {{"", "unknown capture header: kind 3"}}},
+        {"local write of 10 bytes", {{host, kRequest, shortWrite}}, "",
+         {"payload_length", "payload", "crc", info[0], info[1]},
+         {{"", "", "", "short local write: 10 bytes",
+           "Frame too short: a local write of 10 bytes; the shortest is 11"}}},
+        {"local write of 11 bytes", {{host, kRequest, emptyWrite}}, "",
+         {"payload_length", "payload", "crc.status", info[0]},
+         {{"0", "", "good", "write words st=1 area 0x80 @100 x0 [no reply]"}}},
+        {"reply with a good CRC dropped by the PLC",
+         {{plc, kRequest, readWords(2)}, {plc, kReply, wordsReply(2)},
+          {plc, kDropped, wordsReply(2)}},
+         "korvan.kind == 2", {info[0]}, {{"dropped 9 bytes: 01 20 04 00 00 00 00 fd 60"}}},
+        {"reply of 65535 words",
+         {{host, kRequest, readWords(65535)}, {host, kReply, wordsReply(65535)}},
+         "korvan.kind == 1", words, {{joined("0x0000", kWordItems), "64511"}}},
+        {"reply of as many words as become items",
+         {{host, kRequest, readWords(kWordItems)}, {host, kReply, wordsReply(kWordItems)}},
+         "korvan.kind == 1", words, {{joined("0x0000", kWordItems), ""}}},
+    };
+    // clang-format on
+    ScratchDir dir;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string capture = dir.path("capture.pcap");
+        writeCapture(capture, c.packets);
+        EXPECT_EQ(decode(capture, c.fields, c.filter), c.rows);
+    }
+}
+
+}  // namespace
