@@ -6,17 +6,13 @@
 #include <stdexcept>
 
 #include "command_line.h"
+#include "input_file.h"
 #include "plc_limits.h"
 
 namespace tools {
 
-namespace {}  // namespace
-
 std::vector<MemoryWord> readWordFile(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) {
-        throw std::runtime_error("cannot read " + path);
-    }
+    std::ifstream in = openInputFile(path);
     std::vector<MemoryWord> words;
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
@@ -40,6 +36,7 @@ std::vector<MemoryWord> readWordFile(const std::string& path) {
             throw std::runtime_error(path + ":" + std::to_string(number) + ": " + e.what());
         }
     }
+    checkReadToEnd(in, path);
     return words;
 }
 
