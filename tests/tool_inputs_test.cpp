@@ -1,5 +1,6 @@
 // What the two programs do with input they cannot use: numbers that are not plain decimal or
-// 0x hex, files that are not regular files, a driver library named without a folder.
+// 0x hex, files that are not regular files, a driver library named without a folder, a dump
+// file that cannot be written.
 #include <sys/stat.h>
 
 #include <fstream>
@@ -107,6 +108,9 @@ TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
         {{}, sim, {"--memory", "nul.txt"}, 1,
          "nul.txt:1: address" + number + "0 to 16777215 (decimal, or hexadecimal after 0x), "
          "not '5\\x00'", {}},
+        {{}, sim, {"--dump", "folder"}, 1, "cannot write the dump file folder: Is a directory", {}},
+        {{}, sim, {"--dump", "none/plc.txt"}, 1,
+         "cannot write the dump file none/plc.txt: No such file or directory", {}},
         {{}, sim, {"--drop", " 0.5"}, 2, "--drop must be a fraction from 0 to 1, not ' 0.5'", {}},
         {{}, host, {"--tags", "folder", "14:0"}, 1, "folder is not a regular file", {}},
         {{}, host, {"--tags", "nul.csv", "14:0"}, 1, "the station at nul.csv:1" + number, {}},

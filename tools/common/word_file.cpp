@@ -43,6 +43,11 @@ std::vector<MemoryWord> readWordFile(const std::string& path) {
 void writeWordFile(const std::string& path, const std::vector<MemoryWord>& words,
                    const std::string& title) {
     std::ofstream out(path);
+    writeWordFile(out, path, words, title);
+}
+
+void writeWordFile(std::ofstream& out, const std::string& path,
+                   const std::vector<MemoryWord>& words, const std::string& title) {
     out << "# " << title << "\n# station area address value\n";
     char value[8];
     for (const MemoryWord& w : words) {

@@ -8,6 +8,7 @@
 #define KORVAN_TOOLS_WORD_FILE_H
 
 #include <cstdint>
+#include <fstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -29,6 +30,9 @@ std::vector<MemoryWord> readWordFile(const std::string& path);
 // Writes the words in the order given, after a comment line `title`. Throws on failure.
 void writeWordFile(const std::string& path, const std::vector<MemoryWord>& words,
                    const std::string& title);
+// The same to `out`, the file `path` opened already.
+void writeWordFile(std::ofstream& out, const std::string& path,
+                   const std::vector<MemoryWord>& words, const std::string& title);
 
 }  // namespace tools
 
