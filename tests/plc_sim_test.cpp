@@ -82,6 +82,10 @@ TEST(PlcModel, AnswersFramesFromItsMemory) {
         {"00 21 80 00 00 05 00 01 02 AB CD 00 00", ""},  // bad CRC: ignored
         {"00 21 80 00 00 05 00 01 02 AB CD 29 41", ""},  // a broadcast is carried out silently
         {"04 20 80 00 00 00 00 01 BE 3A", ""},           // a station not served
+        // More than a host ever reads in one frame: 101 words, 1601 bits, 101 remote units.
+        {"01 20 80 00 00 64 00 65 3E 31", ""},
+        {"01 1E 01 00 00 00 06 41 BD 87", ""},
+        {"16 00 00 01 01 00 0E 00 00 00 64 00 65 00 00 00 00 00 00 00 00 EF", ""},
         {"18 00 01 01 01 00 0E 00 00 00 64 00 01 00 00 00 00 00 00 00 00 34 12 D4",
          "01 21 00 0E 00 00 00 64 D8 EF"},  // a remote word payload is low byte first
     };
@@ -89,7 +93,7 @@ TEST(PlcModel, AnswersFramesFromItsMemory) {
         const plcsim::Reply r = plc.handle(bytesOf(request));
         EXPECT_TRUE(r.answered == (*reply != 0) && r.bytes == bytesOf(reply)) << request;
     }
-    EXPECT_EQ(plc.stats().ignored, 2);  // the broadcast was carried out
+    EXPECT_EQ(plc.stats().ignored, 5);  // the broadcast was carried out
     EXPECT_EQ(
         std::vector<int>({plc.word(1, 0x80, 100), plc.word(1, 0x80, 5), plc.word(3, 0x80, 5)}),
         std::vector<int>({0x1234, 0xABCD, 0xABCD}));

@@ -21,6 +21,12 @@ constexpr std::size_t kCrcLength = 2;
 constexpr std::size_t kRemoteHeader = 21;  // length byte .. extra
 constexpr std::size_t kRemoteMinLength = kRemoteHeader + 1;
 
+// The most one read asks for: a host of this family reads at most 100 words in one frame, or
+// the bits of 100 words. A larger read is not answered; a frame of 10 bytes could otherwise
+// ask for a reply of 131 KB.
+constexpr std::uint32_t kMostWordsRead = 100;
+constexpr std::uint32_t kMostBitsRead = kMostWordsRead * 16;
+
 constexpr std::uint16_t kCrcInit = 0xFFFF;
 
 std::uint16_t crc16(const std::uint8_t* data, std::size_t length);
