@@ -6,6 +6,8 @@
 
 #include <QtCore/QByteArray>
 
+#include <numeric>
+
 #include "frame_splitter.h"
 #include "plc_model.h"
 
@@ -40,6 +42,28 @@ TEST(FrameSplitter, FindsFramesTogetherInPiecesAndBehindNoise) {
     EXPECT_EQ(s.flush(),
               (Pieces{{plcsim::Bytes(stream.begin(), stream.begin() + 11), false}, {read, true}}));
     EXPECT_TRUE(s.discarded() == 11 && !s.pending());
+    // Frames longer than their length bytes say, which keep the low 8 bits: a local write of
+    // 600 payload bytes and a remote write of 300, in pieces that end inside them.
+    plcsim::Bytes local = bytesOf("01 21 80 00 00 00 01 2C 58"),
+                  longRemote =
+                      bytesOf("42 01 01 01 01 00 0E 00 00 00 00 00 96 00 00 00 00 00 00 00 00");
+    for (int i = 0; i < 600; ++i) {
+        local.push_back(static_cast<std::uint8_t>(i));
+    }
+    const std::uint16_t crc = plcsim::crc16(local.data(), local.size());
+    local.insert(local.end(),
+                 {static_cast<std::uint8_t>(crc), static_cast<std::uint8_t>(crc >> 8)});
+    longRemote.resize(longRemote.size() + 300, 0x5A);
+    longRemote.push_back(
+        static_cast<std::uint8_t>(std::accumulate(longRemote.begin(), longRemote.end(), 0u)));
+    stream = local;
+    for (const plcsim::Bytes& part : {longRemote, read}) {
+        stream.insert(stream.end(), part.begin(), part.end());
+    }
+    EXPECT_TRUE(s.feed(stream.data(), 500).empty());
+    EXPECT_EQ(s.feed(stream.data() + 500, 400), (Pieces{{local, true}}));
+    EXPECT_EQ(s.feed(stream.data() + 900, stream.size() - 900),
+              (Pieces{{longRemote, true}, {read, true}}));
 }
 
 TEST(PlcModel, AnswersFramesFromItsMemory) {
@@ -58,6 +82,10 @@ TEST(PlcModel, AnswersFramesFromItsMemory) {
         {"00 21 80 00 00 05 00 01 02 AB CD 00 00", ""},  // bad CRC: ignored
         {"00 21 80 00 00 05 00 01 02 AB CD 29 41", ""},  // a broadcast is carried out silently
         {"04 20 80 00 00 00 00 01 BE 3A", ""},           // a station not served
+        // More than a host ever reads in one frame: 101 words, 1601 bits, 101 remote units.
+        {"01 20 80 00 00 64 00 65 3E 31", ""},
+        {"01 1E 01 00 00 00 06 41 BD 87", ""},
+        {"16 00 00 01 01 00 0E 00 00 00 64 00 65 00 00 00 00 00 00 00 00 EF", ""},
         {"18 00 01 01 01 00 0E 00 00 00 64 00 01 00 00 00 00 00 00 00 00 34 12 D4",
          "01 21 00 0E 00 00 00 64 D8 EF"},  // a remote word payload is low byte first
     };
@@ -65,7 +93,7 @@ TEST(PlcModel, AnswersFramesFromItsMemory) {
         const plcsim::Reply r = plc.handle(bytesOf(request));
         EXPECT_TRUE(r.answered == (*reply != 0) && r.bytes == bytesOf(reply)) << request;
     }
-    EXPECT_EQ(plc.stats().ignored, 2);  // the broadcast was carried out
+    EXPECT_EQ(plc.stats().ignored, 5);  // the broadcast was carried out
     EXPECT_EQ(
         std::vector<int>({plc.word(1, 0x80, 100), plc.word(1, 0x80, 5), plc.word(3, 0x80, 5)}),
         std::vector<int>({0x1234, 0xABCD, 0xABCD}));

@@ -39,22 +39,54 @@ std::vector<Arg> parseArgs(int argc, char** argv, const std::set<std::string>& w
     return parsed;
 }
 
+namespace {
+
+constexpr char kDecimalDigits[] = "0123456789";
+constexpr char kHexDigits[] = "0123456789abcdefABCDEF";
+
+// The text as a message shows it: a byte that is not printable, a NUL among them, as \xNN.
+std::string shown(const std::string& text) {
+    std::string out;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte >= 0x7F) {
+            static constexpr char kHex[] = "0123456789ABCDEF";
+            out += {'\\', 'x', kHex[byte >> 4], kHex[byte & 0xF]};
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+// Written out rather than left to strtol's base 0, which reads a leading zero as octal (010 is
+// 8, 08 an error) and stops at white space, a sign or a NUL that the field goes on after.
 long parseInteger(const std::string& text, long min, long max, const std::string& what) {
+    const std::size_t sign = !text.empty() && text[0] == '-' ? 1 : 0;
+    const bool hex = text.compare(sign, 2, "0x") == 0 || text.compare(sign, 2, "0X") == 0;
+    const std::size_t digits = sign + (hex ? 2 : 0);
+    const bool wellFormed =
+        text.size() > digits &&
+        text.find_first_not_of(hex ? kHexDigits : kDecimalDigits, digits) == std::string::npos;
     errno = 0;
-    char* end = nullptr;
-    const long value = std::strtol(text.c_str(), &end, 0);
-    if (text.empty() || *end != '\0' || errno != 0 || value < min || value > max) {
+    const long value = wellFormed ? std::strtol(text.c_str(), nullptr, hex ? 16 : 10) : 0;
+    if (!wellFormed || errno != 0 || value < min || value > max) {
         throw UsageError(what + " must be a number from " + std::to_string(min) + " to " +
-                         std::to_string(max) + ", not '" + text + "'");
+                         std::to_string(max) + " (decimal, or hexadecimal after 0x), not '" +
+                         shown(text) + "'");
     }
     return value;
 }
 
 double parseFraction(const std::string& text, const std::string& what) {
     char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !(value >= 0.0 && value <= 1.0)) {
-        throw UsageError(what + " must be a fraction from 0 to 1, not '" + text + "'");
+    const bool wellFormed =
+        !text.empty() && text.find_first_not_of("0123456789.") == std::string::npos;
+    const double value = wellFormed ? std::strtod(text.c_str(), &end) : -1.0;
+    if (!wellFormed || end != text.c_str() + text.size() || !(value >= 0.0 && value <= 1.0)) {
+        throw UsageError(what + " must be a fraction from 0 to 1, not '" + shown(text) + "'");
     }
     return value;
 }

@@ -76,8 +76,11 @@ std::vector<std::string> applyArgs(int argc, char** argv, const std::vector<Opti
     return positional;
 }
 
-// A decimal or 0x-prefixed integer within [min, max]; `what` names it in the error.
+// An integer within [min, max], decimal (a leading zero changes nothing) or hexadecimal after
+// 0x, with an optional '-' first and nothing else: no white space, no '+', no NUL byte. `what`
+// names it in the error.
 long parseInteger(const std::string& text, long min, long max, const std::string& what);
+// A number from 0 to 1 in plain decimal digits, e.g. 0.25.
 double parseFraction(const std::string& text, const std::string& what);
 // A comma-separated list of integers within [min, max].
 std::vector<long> parseIntegerList(const std::string& text, long min, long max,

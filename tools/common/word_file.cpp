@@ -6,17 +6,13 @@
 #include <stdexcept>
 
 #include "command_line.h"
+#include "input_file.h"
 #include "plc_limits.h"
 
 namespace tools {
 
-namespace {}  // namespace
-
 std::vector<MemoryWord> readWordFile(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) {
-        throw std::runtime_error("cannot read " + path);
-    }
+    std::ifstream in = openInputFile(path);
     std::vector<MemoryWord> words;
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
@@ -40,12 +36,18 @@ std::vector<MemoryWord> readWordFile(const std::string& path) {
             throw std::runtime_error(path + ":" + std::to_string(number) + ": " + e.what());
         }
     }
+    checkReadToEnd(in, path);
     return words;
 }
 
 void writeWordFile(const std::string& path, const std::vector<MemoryWord>& words,
                    const std::string& title) {
     std::ofstream out(path);
+    writeWordFile(out, path, words, title);
+}
+
+void writeWordFile(std::ofstream& out, const std::string& path,
+                   const std::vector<MemoryWord>& words, const std::string& title) {
     out << "# " << title << "\n# station area address value\n";
     char value[8];
     for (const MemoryWord& w : words) {

@@ -8,6 +8,7 @@
 #define KORVAN_TOOLS_WORD_FILE_H
 
 #include <cstdint>
+#include <fstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -23,11 +24,15 @@ struct MemoryWord {
     std::tuple<int, int, std::uint32_t> key() const { return {station, area, address}; }
 };
 
-// Throws std::runtime_error naming the file and line of a bad entry.
+// Throws std::runtime_error naming the file and line of a bad entry, or the file when it is
+// not a regular file or cannot be read to its end.
 std::vector<MemoryWord> readWordFile(const std::string& path);
 // Writes the words in the order given, after a comment line `title`. Throws on failure.
 void writeWordFile(const std::string& path, const std::vector<MemoryWord>& words,
                    const std::string& title);
+// The same to `out`, the file `path` opened already.
+void writeWordFile(std::ofstream& out, const std::string& path,
+                   const std::vector<MemoryWord>& words, const std::string& title);
 
 }  // namespace tools
 

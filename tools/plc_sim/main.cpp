@@ -31,6 +31,11 @@ void run(const plcsim::SimOptions& options) {
     plcsim::PlcModel plc(options.stations);
     plc.setFaults(options.faults);
     plcsim::loadMemory(plc, options);
+    // After the memory is loaded: the two may be one file.
+    std::ofstream dump;
+    if (!options.dumpFile.empty()) {
+        dump = plcsim::openDump(options.dumpFile);
+    }
     tools::LineCapture capture(options.pcapFile, tools::CaptureSide::Plc);
     plcsim::SimServer server(plc, options, capture, tools::stopOnSignals());
 
@@ -57,7 +62,7 @@ void run(const plcsim::SimOptions& options) {
     }
 
     if (!options.dumpFile.empty()) {
-        plcsim::dumpMemory(plc, options.dumpFile);
+        plcsim::dumpMemory(plc, dump, options.dumpFile);
     }
     const plcsim::Stats& s = plc.stats();
     std::cerr << "korvan_plc_sim: " << s.requests << " requests, " << s.replies << " replies, "

@@ -160,7 +160,8 @@ std::optional<Bytes> PlcModel::handleLocal(const Bytes& f) {
     }
 
     if (fn == kFnReadBits || fn == kFnReadWords) {
-        if (f.size() != kLocalReadLength || station == kBroadcast) {
+        const std::uint32_t most = fn == kFnReadBits ? kMostBitsRead : kMostWordsRead;
+        if (f.size() != kLocalReadLength || station == kBroadcast || count > most) {
             ++stats_.ignored;
             return std::nullopt;
         }
@@ -218,7 +219,7 @@ std::optional<Bytes> PlcModel::handleRemote(const Bytes& f) {
     }
 
     if (direction == 0) {
-        if (station == kBroadcast) {
+        if (station == kBroadcast || count > kMostWordsRead) {
             ++stats_.ignored;
             return std::nullopt;
         }

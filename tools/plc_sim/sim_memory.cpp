@@ -1,7 +1,10 @@
 #include "sim_memory.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <map>
+#include <stdexcept>
 
 #include "word_file.h"
 
@@ -34,7 +37,16 @@ void loadMemory(PlcModel& plc, const SimOptions& options) {
     }
 }
 
-void dumpMemory(const PlcModel& plc, const std::string& path) {
+std::ofstream openDump(const std::string& path) {
+    std::ofstream out(path);
+    if (!out) {
+        throw std::runtime_error("cannot write the dump file " + path + ": " +
+                                 std::strerror(errno));
+    }
+    return out;
+}
+
+void dumpMemory(const PlcModel& plc, std::ofstream& out, const std::string& path) {
     const std::map<int, int> index = indexOfCode();
     std::vector<tools::MemoryWord> words;
     for (const auto& [key, value] : plc.memory()) {
@@ -44,7 +56,7 @@ void dumpMemory(const PlcModel& plc, const std::string& path) {
     std::sort(
         words.begin(), words.end(),
         [](const tools::MemoryWord& a, const tools::MemoryWord& b) { return a.key() < b.key(); });
-    tools::writeWordFile(path, words, "PLC memory: every word loaded, read or written");
+    tools::writeWordFile(out, path, words, "PLC memory: every word loaded, read or written");
 }
 
 }  // namespace plcsim

@@ -3,6 +3,7 @@
 #ifndef KORVAN_TOOLS_SIM_MEMORY_H
 #define KORVAN_TOOLS_SIM_MEMORY_H
 
+#include <fstream>
 #include <string>
 
 #include "plc_model.h"
@@ -12,7 +13,10 @@ namespace plcsim {
 
 // Throws std::runtime_error for a bad file.
 void loadMemory(PlcModel& plc, const SimOptions& options);
-void dumpMemory(const PlcModel& plc, const std::string& path);
+// Opens the dump file when the simulator starts, so that one that cannot be written fails then
+// rather than at the end of a session. Throws std::runtime_error.
+std::ofstream openDump(const std::string& path);
+void dumpMemory(const PlcModel& plc, std::ofstream& out, const std::string& path);
 
 }  // namespace plcsim
 

@@ -13,6 +13,7 @@ constexpr long kMaxDelayMs = 60000;
 constexpr long kMaxGapMs = 10000;
 constexpr long kMinGapMs = 1;
 constexpr long kMaxCount = 1L << 30;
+constexpr long kMaxIdleSeconds = 24 * 3600;
 
 // AREA:ADDRESS[@STATION], a word of a word area.
 Counter parseCounter(const std::string& text) {
@@ -65,7 +66,11 @@ Prints where to connect on its first line ("pty /dev/pts/3", "serial /dev/ttyUSB
 Transport (default: a new pseudo-terminal):
   --pty                   create a pseudo-terminal
   --device PATH           use a serial device
-  --tcp [HOST:]PORT       listen on TCP (host 127.0.0.1 unless given; port 0: any free port)
+  --tcp [HOST:]PORT       listen on TCP (host 127.0.0.1 unless given; port 0: any free port),
+                          one connection at a time; anyone who can reach the port can read
+                          and write this PLC's memory
+  --idle-timeout S        drop a TCP connection that sends nothing, or takes no reply, for S
+                          seconds, so that the next one is served (default 60; 0: never)
   --baud N, --data-bits 5..8, --parity none|even|odd, --stop-bits 1|2
                           line settings (default 9600 8N1)
   --gap MS                quiet time that ends a frame on the line (default 50)
@@ -119,6 +124,11 @@ const Rule kRules[] = {
      [](SimOptions& o, const std::string& v) {
          o.transport = Transport::Tcp;
          o.endpoint = tools::parseEndpoint(v, o.endpoint.host);
+     }},
+    {"idle-timeout", true,
+     [](SimOptions& o, const std::string& v) {
+         o.idleSeconds =
+             static_cast<int>(tools::parseInteger(v, 0, kMaxIdleSeconds, "--idle-timeout"));
      }},
     {"gap", true,
      [](SimOptions& o, const std::string& v) {

@@ -43,6 +43,9 @@ struct SimOptions {
     std::vector<Counter> counters;
     std::string dumpFile;
     int gapMs = 50;
+    // A TCP peer that sends nothing, or takes no reply, for this long is dropped, so that the
+    // next one is served; a reply no one takes on a line is dropped. 0: never.
+    int idleSeconds = 60;
     bool baudDelay = false;  // replies held back by the line time of the request and the reply
     bool trace = false;
     std::string pcapFile;  // empty: no capture

@@ -1,6 +1,7 @@
 #include "sim_server.h"
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -40,6 +41,8 @@ tools::FrameFamily captureFamily(Family family) {
 
 void SimServer::serveLine(int fd) {
     while (!stop_) {
+        // A line stays open when a reply was not taken: later ones are tried again.
+        peerStalled_ = false;
         if (wait(fd, false) && !receive(fd)) {
             break;
         }
@@ -56,7 +59,9 @@ void SimServer::serveTcp(int listenFd) {
         if (!connection.valid()) {
             continue;
         }
-        while (!stop_) {
+        lastActivity_ = Clock::now();
+        peerStalled_ = false;
+        while (!stop_ && !peerStalled_ && !idleSince(lastActivity_)) {
             if (wait(connection.get(), false) && !receive(connection.get())) {
                 break;
             }
@@ -105,13 +110,14 @@ bool SimServer::receive(int fd) {
         return false;
     }
     lastByte_ = Clock::now();
+    lastActivity_ = lastByte_;
     take(fd, splitter_.feed(bytes.data(), bytes.size()));
     return true;
 }
 
 void SimServer::take(int fd, const std::vector<Piece>& pieces) {
     for (const Piece& piece : pieces) {
-        if (piece.frame) {
+        if (piece.frame && !peerStalled_) {
             answer(fd, piece.bytes);
         } else {
             capture_.dropped(piece.bytes.data(), piece.bytes.size());
@@ -138,13 +144,49 @@ void SimServer::answer(int fd, const Bytes& request) {
     if (!reply.answered) {
         return;
     }
-    std::this_thread::sleep_until(replyDue(request.size(), reply));
-    capture_.reply(reply.bytes.data(), reply.bytes.size());
-    try {
-        tools::writeAll(fd, reply.bytes.data(), reply.bytes.size());
-    } catch (const tools::LinkClosed&) {
-        // The host went away; its next connection starts afresh.
+    if (!holdUntil(replyDue(request.size(), reply))) {
+        return;
     }
+    capture_.reply(reply.bytes.data(), reply.bytes.size());
+    // A host that went away, or that sends and never reads, loses its connection; on a line
+    // the reply is dropped.
+    peerStalled_ = !send(fd, reply.bytes);
+}
+
+bool SimServer::holdUntil(Clock::time_point due) const {
+    while (!stop_) {
+        const Clock::time_point now = Clock::now();
+        if (now >= due) {
+            return true;
+        }
+        std::this_thread::sleep_until(std::min(due, now + kCheckStopEvery));
+    }
+    return false;
+}
+
+bool SimServer::send(int fd, const Bytes& bytes) {
+    std::size_t sent = 0;
+    Clock::time_point progress = Clock::now();
+    while (sent < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + sent, bytes.size() - sent);
+        if (n > 0) {
+            sent += static_cast<std::size_t>(n);
+            progress = Clock::now();
+            continue;
+        }
+        if ((n < 0 && errno != EAGAIN && errno != EINTR) || stop_ || idleSince(progress)) {
+            return false;
+        }
+        pollfd p{fd, POLLOUT, 0};
+        poll(&p, 1, static_cast<int>(kCheckStopEvery.count()));
+    }
+    lastActivity_ = Clock::now();
+    return true;
+}
+
+bool SimServer::idleSince(Clock::time_point since) const {
+    return options_.idleSeconds > 0 &&
+           Clock::now() - since >= std::chrono::seconds(options_.idleSeconds);
 }
 
 SimServer::Clock::time_point SimServer::replyDue(std::size_t requestLength, const Reply& reply) {

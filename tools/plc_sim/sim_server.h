@@ -23,7 +23,8 @@ public:
 
     // Serves a serial line or pseudo-terminal until stopped.
     void serveLine(int fd);
-    // Serves one TCP connection at a time until stopped.
+    // Serves one TCP connection at a time until stopped. A connection that sends nothing, or
+    // takes no reply, for the idle timeout is closed, so that one peer cannot hold the PLC.
     void serveTcp(int listenFd);
 
     std::size_t discardedBytes() const { return splitter_.discarded(); }
@@ -36,9 +37,16 @@ private:
     bool wait(int fd, bool listening);
     // Reads and answers what arrived; false when the other end went away.
     bool receive(int fd);
-    // Answers the frames among `pieces`; the rest was dropped.
+    // Answers the frames among `pieces` until a reply cannot be sent; the rest was dropped.
     void take(int fd, const std::vector<Piece>& pieces);
     void answer(int fd, const Bytes& request);
+    // Sleeps until `due` in short steps; false when asked to stop meanwhile.
+    bool holdUntil(Clock::time_point due) const;
+    // Writes all of `bytes`, waiting for room while the other end takes some within the idle
+    // timeout; false when it did not, went away, or the program is asked to stop.
+    bool send(int fd, const Bytes& bytes);
+    // Nothing came or went for the idle timeout since `since`.
+    bool idleSince(Clock::time_point since) const;
     // Drops what is left unanswered when the line or connection ends.
     void dropPending();
     // When the reply to the request that arrived last goes out: after the PLC's delay and, with
@@ -54,7 +62,9 @@ private:
     const volatile std::sig_atomic_t& stop_;
     FrameSplitter splitter_;
     Clock::time_point lastByte_ = Clock::now();
-    Clock::time_point lineFree_;  // with --baud-delay: the end of the last reply on the line
+    Clock::time_point lastActivity_;  // the last byte received or reply sent on a connection
+    bool peerStalled_ = false;        // a reply could not be sent: no more are tried
+    Clock::time_point lineFree_;      // with --baud-delay: the end of the last reply on the line
     Clock::time_point nextTick_ = Clock::now();
     bool faultsCleared_ = false;
     Clock::time_point firstRequest_ = Clock::time_point::max();

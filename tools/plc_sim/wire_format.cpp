@@ -3,7 +3,10 @@
 namespace plcsim {
 
 std::uint16_t crc16(const std::uint8_t* data, std::size_t length) {
-    std::uint16_t crc = 0xFFFF;
+    return crc16Continue(kCrcInit, data, length);
+}
+
+std::uint16_t crc16Continue(std::uint16_t crc, const std::uint8_t* data, std::size_t length) {
     for (std::size_t i = 0; i < length; ++i) {
         crc ^= data[i];
         for (int k = 0; k < 8; ++k) {

@@ -21,7 +21,19 @@ constexpr std::size_t kCrcLength = 2;
 constexpr std::size_t kRemoteHeader = 21;  // length byte .. extra
 constexpr std::size_t kRemoteMinLength = kRemoteHeader + 1;
 
+// The most one read asks for: a host of this family reads at most 100 words in one frame, or
+// the bits of 100 words. A larger read is not answered; a frame of 10 bytes could otherwise
+// ask for a reply of 131 KB.
+constexpr std::uint32_t kMostWordsRead = 100;
+constexpr std::uint32_t kMostBitsRead = kMostWordsRead * 16;
+
+constexpr std::uint16_t kCrcInit = 0xFFFF;
+
 std::uint16_t crc16(const std::uint8_t* data, std::size_t length);
+// The CRC-16 register after `length` more bytes from `crc`. The register's update is linear: the
+// register after bytes D from a start A is the register after as many zero bytes from A, plus
+// (exclusive or) the register after D from 0.
+std::uint16_t crc16Continue(std::uint16_t crc, const std::uint8_t* data, std::size_t length);
 // The first n bytes of b are a local frame: at least a read's length, ending in their CRC-16,
 // low byte first.
 bool crcHolds(const Bytes& b, std::size_t n);

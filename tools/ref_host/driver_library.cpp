@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "input_file.h"
 #include "needed_libraries.h"
 
 namespace refhost {
@@ -18,12 +19,19 @@ namespace {
 
 constexpr int kOwnQtMajor = QT_VERSION >> 16;
 
+// dlopen looks a name without a slash up on the loader's path, while the file checked below is
+// the one in the current directory. So that both are the same file, the name is taken as a file
+// in the current directory, as every other file the tools are given is.
+std::string asFilePath(const std::string& path) {
+    return path.find('/') == std::string::npos ? "./" + path : path;
+}
+
 // The records the host and the driver share hold Qt's QString, QByteArray and QList, whose
 // private data differ between Qt majors: a driver of another major would crash the host on the
 // first record it touched, so it is refused before it is loaded.
 const std::string& ofOwnQtMajor(const std::string& path) {
-    const std::vector<std::string> needed = neededLibraries(path);
-    const int major = qtMajorOf(needed);
+    std::ifstream file = tools::openInputFile(path, std::ios::binary);
+    const int major = qtMajorOf(neededLibraries(file));
     if (major != 0 && major != kOwnQtMajor) {
         throw std::runtime_error(path + " is built against Qt " + std::to_string(major) +
                                  " and this host against Qt " + std::to_string(kOwnQtMajor) +
@@ -35,7 +43,7 @@ const std::string& ofOwnQtMajor(const std::string& path) {
 }  // namespace
 
 DriverLibrary::DriverLibrary(const std::string& path)
-    : handle_(dlopen(ofOwnQtMajor(path).c_str(), RTLD_NOW | RTLD_LOCAL)), path_(path) {
+    : path_(asFilePath(path)), handle_(dlopen(ofOwnQtMajor(path_).c_str(), RTLD_NOW | RTLD_LOCAL)) {
     if (handle_ == nullptr) {
         throw std::runtime_error(std::string("cannot load the driver library: ") + dlerror());
     }

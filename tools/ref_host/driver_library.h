@@ -24,7 +24,9 @@ struct DriverApi {
 
 class DriverLibrary {
 public:
-    // Loads the library; throws std::runtime_error when it or an entry point is missing.
+    // Loads the library file `path` (a name without a slash: the file in the current directory,
+    // not one on the loader's search path); throws std::runtime_error when it is not a regular
+    // file, is built against another Qt major, or it or an entry point is missing.
     explicit DriverLibrary(const std::string& path);
     ~DriverLibrary();
     DriverLibrary(const DriverLibrary&) = delete;
@@ -36,8 +38,8 @@ private:
     template <typename T>
     void resolve(T& entry, const char* name);
 
-    void* handle_;
     std::string path_;
+    void* handle_;
     DriverApi api_;
 };
 

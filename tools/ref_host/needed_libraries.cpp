@@ -4,75 +4,90 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <limits>
 
 namespace refhost {
 
 namespace {
 
-// A record of type T at `offset` of `image`, copied out (the file's bytes have no alignment);
-// false when it would reach past the end.
+// Longer than any library name the check looks for; a longer name is cut to this length.
+constexpr std::size_t kLongestName = 256;
+
+// A record of type T at `offset` of the file, copied out (the file's bytes have no alignment);
+// false when it would reach past the end. Only the records asked for are read, so a file of
+// any size costs a few small reads.
 template <typename T>
-bool readAt(const std::string& image, std::size_t offset, T& out) {
-    if (offset > image.size() || image.size() - offset < sizeof(T)) {
+bool readAt(std::istream& file, std::uint64_t offset, T& out) {
+    if (offset > static_cast<std::uint64_t>(std::numeric_limits<std::streamoff>::max())) {
         return false;
     }
-    std::memcpy(&out, image.data() + offset, sizeof(T));
-    return true;
+    file.clear();
+    file.seekg(static_cast<std::streamoff>(offset));
+    file.read(reinterpret_cast<char*>(&out), sizeof(T));
+    return file.gcount() == static_cast<std::streamsize>(sizeof(T));
 }
 
-// The dynamic section's DT_NEEDED entries, with their names in the string table it links to.
+// The NUL-terminated text at `offset`, not reaching `end`.
+std::string textAt(std::istream& file, std::uint64_t offset, std::uint64_t end) {
+    char text[kLongestName] = {};
+    if (offset >= end ||
+        offset > static_cast<std::uint64_t>(std::numeric_limits<std::streamoff>::max())) {
+        return {};
+    }
+    file.clear();
+    file.seekg(static_cast<std::streamoff>(offset));
+    file.read(text,
+              static_cast<std::streamsize>(std::min<std::uint64_t>(end - offset, kLongestName)));
+    return std::string(text, strnlen(text, static_cast<std::size_t>(file.gcount())));
+}
+
+// The DT_NEEDED entries of the dynamic section, with their names in the string table it links to.
 template <typename Ehdr, typename Shdr, typename Dyn>
-std::vector<std::string> neededIn(const std::string& image) {
+std::vector<std::string> neededIn(std::istream& file) {
     std::vector<std::string> needed;
     Ehdr header;
-    if (!readAt(image, 0, header) || header.e_shentsize != sizeof(Shdr)) {
+    if (!readAt(file, 0, header) || header.e_shentsize != sizeof(Shdr)) {
         return needed;
     }
-    auto section = [&](std::size_t index, Shdr& out) {
-        return index < header.e_shnum && readAt(image, header.e_shoff + index * sizeof(Shdr), out);
+    auto section = [&](std::uint64_t index, Shdr& out) {
+        return index < header.e_shnum && readAt(file, header.e_shoff + index * sizeof(Shdr), out);
     };
-    for (std::size_t i = 0; i < header.e_shnum; ++i) {
+    for (std::uint64_t i = 0; i < header.e_shnum; ++i) {
         Shdr dynamic;
         Shdr strings;
         if (!section(i, dynamic) || dynamic.sh_type != SHT_DYNAMIC ||
-            !section(dynamic.sh_link, strings) || strings.sh_offset > image.size()) {
+            !section(dynamic.sh_link, strings)) {
             continue;
         }
-        const std::size_t stringsEnd =
-            strings.sh_offset +
-            std::min<std::size_t>(strings.sh_size, image.size() - strings.sh_offset);
-        for (std::size_t at = dynamic.sh_offset;
+        const std::uint64_t stringsEnd = strings.sh_offset + strings.sh_size;
+        for (std::uint64_t at = dynamic.sh_offset;
              at + sizeof(Dyn) <= dynamic.sh_offset + dynamic.sh_size; at += sizeof(Dyn)) {
             Dyn entry;
-            if (!readAt(image, at, entry) || entry.d_tag == DT_NULL) {
+            if (!readAt(file, at, entry) || entry.d_tag == DT_NULL) {
                 break;
             }
-            const std::size_t name = strings.sh_offset + entry.d_un.d_val;
-            if (entry.d_tag == DT_NEEDED && name < stringsEnd) {
-                const char* text = image.data() + name;
-                needed.emplace_back(text, strnlen(text, stringsEnd - name));
+            if (entry.d_tag == DT_NEEDED && entry.d_un.d_val < strings.sh_size) {
+                needed.push_back(textAt(file, strings.sh_offset + entry.d_un.d_val, stringsEnd));
             }
         }
+        return needed;  // a library has one dynamic section
     }
     return needed;
 }
 
 }  // namespace
 
-std::vector<std::string> neededLibraries(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    const std::string image{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    if (image.size() < EI_NIDENT || std::memcmp(image.data(), ELFMAG, SELFMAG) != 0 ||
-        image[EI_DATA] != ELFDATA2LSB) {
+std::vector<std::string> neededLibraries(std::istream& file) {
+    unsigned char ident[EI_NIDENT];
+    if (!readAt(file, 0, ident) || std::memcmp(ident, ELFMAG, SELFMAG) != 0 ||
+        ident[EI_DATA] != ELFDATA2LSB) {
         return {};
     }
-    switch (image[EI_CLASS]) {
+    switch (ident[EI_CLASS]) {
         case ELFCLASS32:
-            return neededIn<Elf32_Ehdr, Elf32_Shdr, Elf32_Dyn>(image);
+            return neededIn<Elf32_Ehdr, Elf32_Shdr, Elf32_Dyn>(file);
         case ELFCLASS64:
-            return neededIn<Elf64_Ehdr, Elf64_Shdr, Elf64_Dyn>(image);
+            return neededIn<Elf64_Ehdr, Elf64_Shdr, Elf64_Dyn>(file);
         default:
             return {};
     }

@@ -1,8 +1,10 @@
 #include "variables.h"
 
 #include <fstream>
+#include <stdexcept>
 
 #include "command_line.h"
+#include "input_file.h"
 #include "plc_limits.h"
 
 namespace refhost {
@@ -94,10 +96,7 @@ Write parseWrite(const std::string& text) {
 }
 
 std::vector<Variable> readTagFile(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) {
-        throw tools::UsageError("cannot read the tag file " + path);
-    }
+    std::ifstream in = tools::openInputFile(path);
     std::vector<Variable> variables;
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
@@ -108,25 +107,30 @@ std::vector<Variable> readTagFile(const std::string& path) {
         const std::string where = path + ":" + std::to_string(number);
         std::vector<std::string> fields = tools::splitText(line, ',');
         if (fields.size() != kTagFields) {
-            throw tools::UsageError(where + ": expected name,area,address,station,count");
+            throw std::runtime_error(where + ": expected name,area,address,station,count");
         }
         for (std::string& f : fields) {
             f = trim(f);
         }
         Variable v;
         v.name = fields[0].empty() ? where : fields[0];
-        v.area = parseArea(fields[1], where);
-        v.address = requireAddress(fields[2], where);
-        if (!fields[3].empty()) {
-            v.station = static_cast<int>(
-                tools::parseInteger(fields[3], 1, tools::kMaxStation, "the station at " + where));
-        }
-        if (!fields[4].empty()) {
-            v.count = static_cast<int>(
-                tools::parseInteger(fields[4], 1, kMaxCount, "the count at " + where));
+        try {
+            v.area = parseArea(fields[1], where);
+            v.address = requireAddress(fields[2], where);
+            if (!fields[3].empty()) {
+                v.station = static_cast<int>(tools::parseInteger(fields[3], 1, tools::kMaxStation,
+                                                                 "the station at " + where));
+            }
+            if (!fields[4].empty()) {
+                v.count = static_cast<int>(
+                    tools::parseInteger(fields[4], 1, kMaxCount, "the count at " + where));
+            }
+        } catch (const tools::UsageError& e) {
+            throw std::runtime_error(e.what());  // a bad file, not a bad command line
         }
         variables.push_back(v);
     }
+    tools::checkReadToEnd(in, path);
     return variables;
 }
 

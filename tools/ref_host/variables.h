@@ -33,7 +33,8 @@ Variable parseVariable(const std::string& text);
 // AREA:ADDRESS[@STATION]=VALUE[,VALUE...], e.g. 14:100=0x1234, 29:10.3=1.
 Write parseWrite(const std::string& text);
 // CSV lines "name,area,address,station,count"; station and count may be left empty; a first
-// line starting with "name" and lines starting with # are skipped. Throws tools::UsageError.
+// line starting with "name" and lines starting with # are skipped. Throws std::runtime_error
+// for a file that is not a regular file, cannot be read or holds a bad line.
 std::vector<Variable> readTagFile(const std::string& path);
 
 }  // namespace refhost

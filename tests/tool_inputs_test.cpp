@@ -1,0 +1,281 @@
+// What the two programs do with input they cannot use: numbers that are not plain decimal or
+// 0x hex, files that are not regular files, a driver library named without a folder, a dump
+// file that cannot be written; and TCP peers that would hold the simulator: silent, never
+// reading, asking for huge reads or sending a megabyte of noise, and a stop request while it
+// waits on one of them.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <future>
+#include <optional>
+
+#include "byte_io.h"
+#include "command_line.h"
+#include "tcp.h"
+#include "tool_processes.h"
+
+namespace {
+
+using namespace tooltest;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using tools::Bytes;
+
+TEST(ToolInputs, NumbersAreDecimalUnlessHexAndUseTheirWholeField) {
+    // text, its value from -100 to 65535 (none: refused)
+    const std::pair<std::string, std::optional<long>> integers[] = {
+        {"010", 10},
+        {"08", 8},
+        {"0502", 502},
+        {"0x1F", 31},
+        {"0X1f", 31},
+        {"-0x10", -16},
+        {"-7", -7},
+        {"65535", 65535},
+        {"65536", {}},
+        {"-101", {}},
+        {"0x10000", {}},
+        {{"1\0", 2}, {}},
+        {" 1", {}},
+        {"1 ", {}},
+        {"+1", {}},
+        {"", {}},
+        {"-", {}},
+        {"0x", {}},
+        {"0x-1", {}},
+        {"1e3", {}},
+        {"0b1", {}},
+        {"0o7", {}},
+        {"99999999999999999999", {}},
+    };
+    for (const auto& [text, value] : integers) {
+        SCOPED_TRACE("'" + text + "'");
+        if (value) {
+            EXPECT_EQ(tools::parseInteger(text, -100, 65535, "n"), *value);
+        } else {
+            EXPECT_THROW(tools::parseInteger(text, -100, 65535, "n"), tools::UsageError);
+        }
+    }
+    // A NUL byte is shown, not cut off at.
+    try {
+        tools::parseInteger({"1\0", 2}, 0, 9, "--station");
+        ADD_FAILURE();
+    } catch (const tools::UsageError& e) {
+        EXPECT_EQ(std::string(e.what()),
+                  "--station must be a number from 0 to 9 (decimal, or hexadecimal after 0x), "
+                  "not '1\\x00'");
+    }
+    const std::pair<std::string, std::optional<double>> fractions[] = {
+        {"0.25", 0.25}, {"1", 1.0},  {"0", 0.0},   {"1.5", {}},        {" 0.5", {}},
+        {"0.5 ", {}},   {"nan", {}}, {"1e-1", {}}, {{"0.5\0", 4}, {}}, {"", {}},
+    };
+    for (const auto& [text, value] : fractions) {
+        SCOPED_TRACE("'" + text + "'");
+        if (value) {
+            EXPECT_EQ(tools::parseFraction(text, "f"), *value);
+        } else {
+            EXPECT_THROW(tools::parseFraction(text, "f"), tools::UsageError);
+        }
+    }
+    EXPECT_EQ(tools::parseEndpoint("127.0.0.1:0502", "").port, 502);
+}
+
+// Each case runs the program in a scratch folder (with the environment given) under a time
+// limit, which gives status 124 to a program that hangs; the message must appear on its stderr,
+// and with --format json the variables named must show the values given.
+TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
+    ScratchDir dir;
+    std::filesystem::create_directory(dir.path("folder"));
+    ASSERT_EQ(mkfifo(dir.path("fifo").c_str(), 0600), 0);
+    std::ofstream(dir.path("nul.txt")) << std::string("1 14 5\0 7\n", 10);
+    std::ofstream(dir.path("nul.csv")) << std::string("v,14,100,1\0,1\n", 14);
+    // Everything ten, and a leading zero on it: a station, addresses and values.
+    std::ofstream(dir.path("ten.txt")) << "010 14 010 08\n010 14 011 0x0B\n010 14 012 012\n";
+    std::ofstream(dir.path("ten.csv")) << "v,14,010,010,2\n";
+    // A bare library name: this Qt's driver in the folder the host runs in, the other Qt's
+    // under the same name on the loader's path, where loading it would fail (or crash).
+    std::filesystem::create_directory(dir.path("lib"));
+    std::filesystem::copy_file(KORVAN_DRIVER_LIBRARY, dir.path("libdriver.so"));
+    std::filesystem::copy_file(KORVAN_OTHER_QT_DRIVER, dir.path("lib/libdriver.so"));
+    const std::string onLoaderPath = "LD_LIBRARY_PATH=" + dir.path("lib");
+    const std::string sim = KORVAN_PLC_SIM, host = KORVAN_REF_HOST;
+    const std::string number = " must be a number from ";
+    struct Case {
+        Texts environment;
+        std::string program;
+        Texts args;
+        int exitCode;
+        std::string message;
+        std::map<std::string, J> values;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {{}, sim, {"--memory", "folder"}, 1, "folder is not a regular file", {}},
+        {{}, sim, {"--memory", "/dev/zero"}, 1, "/dev/zero is not a regular file", {}},
+        {{}, sim, {"--memory", "nul.txt"}, 1,
+         "nul.txt:1: address" + number + "0 to 16777215 (decimal, or hexadecimal after 0x), "
+         "not '5\\x00'", {}},
+        {{}, sim, {"--dump", "folder"}, 1, "cannot write the dump file folder: Is a directory", {}},
+        {{}, sim, {"--dump", "none/plc.txt"}, 1,
+         "cannot write the dump file none/plc.txt: No such file or directory", {}},
+        {{}, sim, {"--idle-timeout", "-1"}, 2, "--idle-timeout" + number + "0 to 86400", {}},
+        {{}, sim, {"--drop", " 0.5"}, 2, "--drop must be a fraction from 0 to 1, not ' 0.5'", {}},
+        {{}, host, {"--tags", "folder", "14:0"}, 1, "folder is not a regular file", {}},
+        {{}, host, {"--tags", "nul.csv", "14:0"}, 1, "the station at nul.csv:1" + number, {}},
+        {{}, host, {"--library", "/dev/zero", "14:0"}, 1, "/dev/zero is not a regular file", {}},
+        {{}, host, {"--library", "fifo", "14:0"}, 1, "./fifo is not a regular file", {}},
+        {{}, host, {"--sim-options", "--stations 010 --memory ten.txt", "--station", "010",
+                    "--per-var-station", "--tags", "ten.csv", "14:12", "--scans", "1",
+                    "--format", "json"}, 0, "", {{"v", {8, 11}}, {"14:12", {12}}}},
+        {{onLoaderPath}, host, {"--library", "libdriver.so", "--sim-options", "--fill 5",
+                                "--scans", "1", "--format", "json", "14:0"}, 0, "",
+         {{"14:0", {5}}}},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.program.substr(c.program.rfind('/') + 1) + " " + c.args[0] + " " +
+                     c.args[1]);
+        Texts args{"-C", dir.dir};
+        args.insert(args.end(), c.environment.begin(), c.environment.end());
+        args.insert(args.end(), {"timeout", "-k", "5", "20", c.program});
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        Process run("/usr/bin/env", args);
+        EXPECT_EQ(run.finish(), c.exitCode);
+        const std::string out = run.out(), err = run.err();
+        EXPECT_NE(err.find(c.message), std::string::npos) << err;
+        std::map<std::string, J> values;
+        std::istringstream lines(out);
+        for (std::string line; std::getline(lines, line);) {
+            const J o = J::parse(line, nullptr, false);
+            if (o.contains("values")) {
+                values[o.value("name", "")] = o["values"];
+            }
+        }
+        EXPECT_EQ(values, c.values) << out << err;
+    }
+}
+
+// A TCP client of the simulator, blocking unless asked otherwise; a small receive buffer makes
+// one that does not read stall the simulator's writes soon.
+tools::UniqueFd connectTo(const std::string& endpoint, int receiveBuffer = 0) {
+    const tools::Endpoint e = tools::parseEndpoint(endpoint, "");
+    tools::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (receiveBuffer != 0) {
+        setsockopt(fd.get(), SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+    }
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(e.port));
+    inet_pton(AF_INET, e.host.c_str(), &address.sin_addr);
+    EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return fd;
+}
+
+// Sends all of `bytes` unless the other end takes none for `limit`; false then.
+bool sendWithin(int fd, const Bytes& bytes, milliseconds limit) {
+    for (std::size_t sent = 0; sent < bytes.size();) {
+        const ssize_t n =
+            send(fd, bytes.data() + sent, bytes.size() - sent, MSG_DONTWAIT | MSG_NOSIGNAL);
+        pollfd p{fd, POLLOUT, 0};
+        if (n > 0) {
+            sent += static_cast<std::size_t>(n);
+        } else if (poll(&p, 1, static_cast<int>(limit.count())) != 1) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Requests of 100 words each, sent and never read, until the simulator has stopped taking
+// them for half a second: it is then stuck writing replies nobody reads.
+void sendWithoutReading(int fd) {
+    const Bytes read100 = {0x01, 0x20, 0x80, 0x00, 0x00, 0x64, 0x00, 0x64, 0xFF, 0xF1};
+    Bytes requests;
+    for (int i = 0; i < 100; ++i) {
+        requests.insert(requests.end(), read100.begin(), read100.end());
+    }
+    while (sendWithin(fd, requests, milliseconds(500))) {
+    }
+}
+
+Bytes replyWithin(int fd, std::size_t length, milliseconds limit) {
+    Bytes got, beyond;
+    tools::readFor(fd, length, static_cast<int>(limit.count()), got, beyond);
+    return got;
+}
+
+// Words 100 and 101 with --fill ramp: the request and its reply.
+const Bytes kRead2 = {0x01, 0x20, 0x80, 0x00, 0x00, 0x64, 0x00, 0x02, 0x7F, 0xDB};
+const Bytes kReply2 = {0x01, 0x20, 0x04, 0x00, 0x64, 0x00, 0x65, 0x7C, 0x94};
+
+// One connection is served at a time, but none holds the simulator for longer than the idle
+// timeout: one that sends nothing, then one that sends requests and never reads, are each
+// dropped after a second, and the next is served. A read of 65,535 words gets no answer, and a
+// megabyte of noise (bytes that start long frames by either family's length byte: 0xFF for a
+// remote frame, 0x21 for a local write) delays the request behind it by little.
+TEST(ToolInputs, NoPeerHoldsTheSimulatorPastTheIdleTimeout) {
+    Simulator sim({"--tcp", "127.0.0.1:0", "--fill", "ramp", "--idle-timeout", "1"});
+    ASSERT_FALSE(sim.endpoint.empty()) << sim.err();
+    {
+        const tools::UniqueFd silent = connectTo(sim.endpoint);
+        const tools::UniqueFd next = connectTo(sim.endpoint);
+        const auto start = Clock::now();
+        ASSERT_TRUE(sendWithin(next.get(), kRead2, seconds(1)));
+        EXPECT_EQ(replyWithin(next.get(), kReply2.size(), seconds(5)), kReply2);
+        EXPECT_GE(Clock::now() - start, milliseconds(900));  // only once the first was dropped
+        char byte;
+        EXPECT_EQ(recv(silent.get(), &byte, 1, MSG_DONTWAIT), 0);  // closed
+    }
+    {
+        const tools::UniqueFd deaf = connectTo(sim.endpoint, 4096);
+        sendWithoutReading(deaf.get());
+        const tools::UniqueFd next = connectTo(sim.endpoint);
+        ASSERT_TRUE(sendWithin(next.get(), kRead2, seconds(1)));
+        EXPECT_EQ(replyWithin(next.get(), kReply2.size(), seconds(5)), kReply2);
+    }
+    const tools::UniqueFd client = connectTo(sim.endpoint);
+    Bytes stream = {0x01, 0x20, 0x80, 0x00, 0x00, 0x00, 0xFF, 0xFF, 0xBE, 0x75};
+    stream.resize(stream.size() + (1 << 19), 0xFF);
+    stream.resize(stream.size() + (1 << 19), 0x21);
+    stream.insert(stream.end(), kRead2.begin(), kRead2.end());
+    ASSERT_TRUE(sendWithin(client.get(), stream, seconds(5)));
+    // A fraction of a second; minutes before each start was checked once in constant time.
+    EXPECT_EQ(replyWithin(client.get(), kReply2.size(), seconds(10)), kReply2);
+    EXPECT_TRUE(sim.stop());
+}
+
+// Asked to stop while it holds a reply back or cannot write one, the simulator stops within a
+// second. If it does not, the client closes its end after five, which lets it go on.
+TEST(ToolInputs, TheSimulatorStopsAtOnceWhateverItWaitsFor) {
+    const std::pair<Texts, void (*)(int)> cases[] = {
+        {{"--delay", "10000"},
+         [](int fd) {
+             sendWithin(fd, kRead2, seconds(1));
+             std::this_thread::sleep_for(milliseconds(200));
+         }},
+        {{"--idle-timeout", "0"}, sendWithoutReading},
+    };
+    for (const auto& [options, client] : cases) {
+        SCOPED_TRACE(options[0]);
+        Texts args{"--tcp", "127.0.0.1:0"};
+        args.insert(args.end(), options.begin(), options.end());
+        Simulator sim(args);
+        ASSERT_FALSE(sim.endpoint.empty()) << sim.err();
+        tools::UniqueFd fd = connectTo(sim.endpoint, 4096);
+        client(fd.get());
+        const auto start = Clock::now();
+        std::future<int> exited =
+            std::async(std::launch::async, [&sim] { return sim.finish(SIGTERM); });
+        if (exited.wait_for(seconds(5)) != std::future_status::ready) {
+            fd.reset();
+        }
+        EXPECT_EQ(exited.get(), 0);
+        EXPECT_LT(std::chrono::duration_cast<milliseconds>(Clock::now() - start).count(), 1500);
+    }
+}
+
+}  // namespace
