@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <sstream>
 
 namespace tools {
 
@@ -80,15 +81,25 @@ long parseInteger(const std::string& text, long min, long max, const std::string
     return value;
 }
 
-double parseFraction(const std::string& text, const std::string& what) {
-    char* end = nullptr;
+double parseDecimal(const std::string& text, double min, double max, const std::string& what) {
+    const std::size_t point = text.find('.');
     const bool wellFormed =
-        !text.empty() && text.find_first_not_of("0123456789.") == std::string::npos;
-    const double value = wellFormed ? std::strtod(text.c_str(), &end) : -1.0;
-    if (!wellFormed || end != text.c_str() + text.size() || !(value >= 0.0 && value <= 1.0)) {
-        throw UsageError(what + " must be a fraction from 0 to 1, not '" + shown(text) + "'");
+        !text.empty() && text != "." &&
+        text.find_first_not_of("0123456789.") == std::string::npos &&
+        (point == std::string::npos || text.find('.', point + 1) == std::string::npos);
+    const double value = wellFormed ? std::strtod(text.c_str(), nullptr) : 0.0;
+    if (!wellFormed || !(value >= min && value <= max)) {
+        std::ostringstream range;
+        range.precision(15);
+        range << min << " to " << max;
+        throw UsageError(what + " must be a number from " + range.str() + ", not '" + shown(text) +
+                         "'");
     }
     return value;
+}
+
+double parseFraction(const std::string& text, const std::string& what) {
+    return parseDecimal(text, 0.0, 1.0, what);
 }
 
 std::vector<std::string> splitText(const std::string& text, char separator) {
@@ -111,6 +122,51 @@ std::vector<long> parseIntegerList(const std::string& text, long min, long max,
         values.push_back(parseInteger(part, min, max, what));
     }
     return values;
+}
+
+namespace {
+
+// Help lines are wrapped at this width; an option's text starts in this column.
+constexpr std::size_t kHelpWidth = 100;
+constexpr std::size_t kHelpTextColumn = 26;
+constexpr char kHelpIndent[] = "  ";
+
+// `words` filled into lines of the help's width from the text's column, after `lead` on the first
+// line, or below it when `lead` reaches the column.
+std::string wrapped(const std::string& lead, const std::string& words) {
+    std::string text;
+    std::string line = lead;
+    if (line.size() + 1 > kHelpTextColumn) {
+        text = line + '\n';
+        line.clear();
+    }
+    line.resize(kHelpTextColumn, ' ');
+    bool lineEmpty = true;
+    std::istringstream in(words);
+    for (std::string word; in >> word;) {
+        if (!lineEmpty && line.size() + 1 + word.size() > kHelpWidth) {
+            text += line + '\n';
+            line.assign(kHelpTextColumn, ' ');
+            lineEmpty = true;
+        }
+        line += (lineEmpty ? "" : " ") + word;
+        lineEmpty = false;
+    }
+    return text + line + '\n';
+}
+
+}  // namespace
+
+std::string optionHelp(const char* name, const char* value, const char* help) {
+    std::string lead = std::string(kHelpIndent) + "--" + name;
+    if (value != nullptr) {
+        lead += std::string(" ") + value;
+    }
+    return wrapped(lead, help);
+}
+
+std::string headingHelp(const char* title) {
+    return std::string("\n") + title + ":\n";
 }
 
 }  // namespace tools

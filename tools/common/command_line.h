@@ -29,14 +29,41 @@ struct Arg {
 std::vector<Arg> parseArgs(int argc, char** argv, const std::set<std::string>& withValue,
                            const std::set<std::string>& flags);
 
-// One option of a tool: its name without the dashes, whether a value follows it, and what it
-// sets in the tool's options.
+// One entry of a tool's option table, which is both what the tool accepts and its help: an option
+// by its name without the dashes, the placeholder of its value in the help (null for a flag),
+// what it does, and what it sets in the tool's options. An entry without a name heads a group of
+// options in the help; its text is the group's title.
 template <typename Options>
 struct Option {
     const char* name;
-    bool takesValue;
+    const char* value;
+    const char* help;
     void (*apply)(Options& options, const std::string& value);
+
+    bool isHeading() const { return name == nullptr; }
+    bool takesValue() const { return value != nullptr; }
 };
+
+template <typename Options>
+Option<Options> heading(const char* title) {
+    return {nullptr, nullptr, title, nullptr};
+}
+
+// The help's lines for one option, or for a group's title: the option and its value placeholder,
+// then its text wrapped beside them.
+std::string optionHelp(const char* name, const char* value, const char* help);
+std::string headingHelp(const char* title);
+
+// The options part of a tool's help, in the table's order.
+template <typename Options>
+std::string optionsHelp(const std::vector<Option<Options>>& table) {
+    std::string text;
+    for (const Option<Options>& option : table) {
+        text += option.isHeading() ? headingHelp(option.help)
+                                   : optionHelp(option.name, option.value, option.help);
+    }
+    return text;
+}
 
 // Applies the command line's options to `options` in command-line order, each by its entry in
 // `table`, and returns the positional arguments. Throws UsageError for an unknown option or a
@@ -46,7 +73,9 @@ std::vector<Arg> parseArgs(int argc, char** argv, const std::vector<Option<Optio
     std::set<std::string> withValue;
     std::set<std::string> flags;
     for (const Option<Options>& option : table) {
-        (option.takesValue ? withValue : flags).insert(option.name);
+        if (!option.isHeading()) {
+            (option.takesValue() ? withValue : flags).insert(option.name);
+        }
     }
     return parseArgs(argc, argv, withValue, flags);
 }
@@ -55,7 +84,7 @@ std::vector<Arg> parseArgs(int argc, char** argv, const std::vector<Option<Optio
 template <typename Options>
 void applyArg(const std::vector<Option<Options>>& table, const Arg& arg, Options& options) {
     for (const Option<Options>& option : table) {
-        if (arg.name == option.name) {
+        if (!option.isHeading() && arg.name == option.name) {
             option.apply(options, arg.value);
             return;
         }
@@ -81,6 +110,8 @@ std::vector<std::string> applyArgs(int argc, char** argv, const std::vector<Opti
 // names it in the error.
 long parseInteger(const std::string& text, long min, long max, const std::string& what);
 // A number from 0 to 1 in plain decimal digits, e.g. 0.25.
+// A plain decimal number (digits and at most one point) within [min, max].
+double parseDecimal(const std::string& text, double min, double max, const std::string& what);
 double parseFraction(const std::string& text, const std::string& what);
 // A comma-separated list of integers within [min, max].
 std::vector<long> parseIntegerList(const std::string& text, long min, long max,

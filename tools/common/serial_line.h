@@ -31,10 +31,14 @@ void setStopBits(LineSettings& line, const std::string& value);
 // Those four options, for a tool whose options hold its LineSettings as `line`.
 template <typename Options>
 std::vector<Option<Options>> lineOptions() {
-    return {{"baud", true, [](Options& o, const std::string& v) { setBaud(o.line, v); }},
-            {"data-bits", true, [](Options& o, const std::string& v) { setDataBits(o.line, v); }},
-            {"parity", true, [](Options& o, const std::string& v) { setParity(o.line, v); }},
-            {"stop-bits", true, [](Options& o, const std::string& v) { setStopBits(o.line, v); }}};
+    return {{"baud", "N", "line speed in bits per second (default 9600)",
+             [](Options& o, const std::string& v) { setBaud(o.line, v); }},
+            {"data-bits", "5..8", "data bits per character (default 8)",
+             [](Options& o, const std::string& v) { setDataBits(o.line, v); }},
+            {"parity", "none|even|odd", "parity bit (default none)",
+             [](Options& o, const std::string& v) { setParity(o.line, v); }},
+            {"stop-bits", "1|2", "stop bits (default 1)",
+             [](Options& o, const std::string& v) { setStopBits(o.line, v); }}};
 }
 std::string describeLine(const LineSettings& line);  // "9600 8N1"
 

@@ -77,7 +77,7 @@ int main(int argc, char** argv) {
     return tools::runTool("korvan_plc_sim", [&] {
         const plcsim::SimOptions options = plcsim::parseSimOptions(argc, argv);
         if (options.help) {
-            std::cout << plcsim::kSimUsage;
+            std::cout << plcsim::simUsage();
         } else {
             run(options);
         }

@@ -52,7 +52,10 @@ struct SimOptions {
     bool help = false;
 };
 
-extern const char* const kSimUsage;
+// What --help prints: the usage and the options from the option table.
+std::string simUsage();
+// Every option the command line takes, in the order --help lists them.
+std::vector<tools::Option<SimOptions>> simOptionTable();
 
 // Throws tools::UsageError.
 SimOptions parseSimOptions(int argc, char** argv);

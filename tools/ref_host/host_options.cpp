@@ -23,17 +23,6 @@ constexpr double kMaxSeconds = 366.0 * 24 * 3600;
 constexpr char kPortNameCharacters[] =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_";
 
-double parseSeconds(const std::string& text) {
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    // Written so that NaN fails too.
-    if (text.empty() || *end != '\0' || !(value >= kMinSeconds && value <= kMaxSeconds)) {
-        throw tools::UsageError(
-            "--seconds must be a number from 0.001 to 31622400 (a year), not '" + text + "'");
-    }
-    return value;
-}
-
 // Standard output carries the values: a file written there, as libpcap takes "-", would mix
 // with them.
 std::string outputFile(const std::string& path, const char* option) {
@@ -59,7 +48,15 @@ Format parseFormat(const std::string& text) {
 
 }  // namespace
 
-const char* const kHostUsage = R"(Usage: korvan_ref_host [options] VARIABLE...
+namespace {
+
+int integer(const std::string& value, long min, long max, const char* what) {
+    return static_cast<int>(tools::parseInteger(value, min, max, what));
+}
+
+using Rule = tools::Option<HostOptions>;
+
+constexpr char kUsageIntro[] = R"(Usage: korvan_ref_host [options] VARIABLE...
 
 Runs the driver the way a panel runtime does: loads the driver library, plans reads of the
 variables, polls the PLC and shows the values. Without --device or --tcp it starts
@@ -69,144 +66,134 @@ Variables: AREA:ADDRESS[:COUNT][@STATION]
   14:100:2      two words of area 14 from address 100
   29:10.3       bit 3 of word 10 of area 14
   2:35:20@3     twenty bits of area 2 from bit 35, station 3 (with --per-var-station)
-
-Port:
-  --device PATH           serial device (or a simulator's pseudo-terminal)
-  --baud N, --data-bits 5..8, --parity none|even|odd, --stop-bits 1|2
-                          line settings (default 9600 8N1)
-  --tcp HOST:PORT         TCP connection instead of a serial line
-  --turnaround MS         time the PLC may take to answer, on top of the time the bytes
-                          take on the line (default 100)
-  --sim-options TEXT      options for the simulator started when no port is given
-  --library PATH          driver library (default: the one beside this program)
-
-Port record:
-  --station N             default station (default 1)
-  --block-length N        most words in one request, 1..100 (default 32)
-  --retries N             failed replies tolerated before an exchange is abandoned (default 2)
-  --write-mode N          2: writes go to the PLC (default); other values: image only
-  --remote-mode           use the remote frame family
-  --per-var-station       each variable talks to its own station
-  --off LIST              stations switched off, e.g. 3 or 2,3
-
-Variables and writes:
-  --tags FILE             variables from a CSV file: name,area,address,station,count
-  --write AREA:ADDRESS[@STATION]=VALUE[,VALUE...]
-                          a write, e.g. 14:100=0x1234 or 29:10.3=1 (repeatable)
-  --write-at-scan N       make the writes after N complete scans (default 0: at once)
-  --write-every-scan      make the writes again every scan, with values that change (soak runs)
-                          A run goes on until every write has its result, at most 10 s past
-                          its scans or seconds
-
-Several ports:
-  --port NAME             start a port named NAME: the options, variables and writes that
-                          follow belong to it, until the next --port; those given before the
-                          first --port apply to every port (--format and --help only there).
-                          Each port polls its own line with its own copy of the driver
-                          library, on a thread of its own; the output names the port, and a
-                          --pcap or --image-dump file given for every port gets its name
-                          (run.pcap becomes run-NAME.pcap)
-
-Run and output:
-  --cycle MS              start a scan at most every MS milliseconds (default 0: back to back)
-  --scans N, --seconds S  stop after N complete scans or S seconds (default: until Ctrl-C)
-  --format table|csv|json live table (default), or one line per variable per scan
-  --trace                 every frame sent and received, decoded, and its result (on stderr)
-  --pcap FILE             capture every frame sent, received or dropped to FILE, for
-                          Wireshark with tools/wireshark/korvan.lua
-  --image-dump FILE       on exit, write the driver's image of the variables' words in the
-                          simulator's memory file format
-  --help                  this text
-
-Exit status: 0 done, 1 error (library, port, connection, file, a write without a result), 2 bad
-command line, 3 the PLC never answered. With several ports: 0 when every port was done, else 1 when any had an error, else 3.
 )";
 
-namespace {
-
-int integer(const std::string& value, long min, long max, const char* what) {
-    return static_cast<int>(tools::parseInteger(value, min, max, what));
-}
-
-using Rule = tools::Option<HostOptions>;
-
-// Every option but the line settings, in the order of the help text.
-const Rule kRules[] = {
-    {"device", true,
-     [](HostOptions& o, const std::string& v) {
-         o.port = PortKind::SerialDevice;
-         o.devicePath = v;
-     }},
-    {"tcp", true,
-     [](HostOptions& o, const std::string& v) {
-         o.port = PortKind::Tcp;
-         o.endpoint = tools::parseEndpoint(v, "127.0.0.1");
-     }},
-    {"turnaround", true,
-     [](HostOptions& o, const std::string& v) {
-         o.turnaroundMs = integer(v, 0, kMaxTurnaroundMs, "--turnaround");
-     }},
-    {"sim-options", true, [](HostOptions& o, const std::string& v) { o.simulatorOptions = v; }},
-    {"library", true, [](HostOptions& o, const std::string& v) { o.libraryPath = v; }},
-    {"station", true,
-     [](HostOptions& o, const std::string& v) {
-         o.settings.station = integer(v, 1, tools::kMaxStation, "--station");
-     }},
-    {"block-length", true,
-     [](HostOptions& o, const std::string& v) {
-         o.settings.blockLength = integer(v, 1, kMaxBlockLength, "--block-length");
-     }},
-    {"retries", true,
-     [](HostOptions& o, const std::string& v) {
-         o.settings.retries = integer(v, 0, kMaxRetries, "--retries");
-     }},
-    {"write-mode", true,
-     [](HostOptions& o, const std::string& v) {
-         o.settings.writeMode = integer(v, 0, 255, "--write-mode");
-     }},
-    {"remote-mode", false,
-     [](HostOptions& o, const std::string&) { o.settings.remoteMode = true; }},
-    {"per-var-station", false,
-     [](HostOptions& o, const std::string&) { o.settings.perVarStation = true; }},
-    {"off", true,
-     [](HostOptions& o, const std::string& v) {
-         for (long station : tools::parseIntegerList(v, 1, tools::kMaxStation, "--off")) {
-             o.settings.offStations.push_back(static_cast<int>(station));
-         }
-     }},
-    {"tags", true,
-     [](HostOptions& o, const std::string& v) {
-         for (const Variable& variable : readTagFile(v)) {
-             o.variables.push_back(variable);
-         }
-     }},
-    {"write", true,
-     [](HostOptions& o, const std::string& v) { o.writes.push_back(parseWrite(v)); }},
-    {"write-at-scan", true,
-     [](HostOptions& o, const std::string& v) {
-         o.writeAtScan = integer(v, 0, kMaxScans, "--write-at-scan");
-     }},
-    {"write-every-scan", false,
-     [](HostOptions& o, const std::string&) { o.writeEveryScan = true; }},
-    {"cycle", true,
-     [](HostOptions& o, const std::string& v) {
-         o.cycleMs = integer(v, 0, kMaxCycleMs, "--cycle");
-     }},
-    {"scans", true,
-     [](HostOptions& o, const std::string& v) {
-         o.scans = tools::parseInteger(v, 1, kMaxScans, "--scans");
-     }},
-    {"seconds", true, [](HostOptions& o, const std::string& v) { o.seconds = parseSeconds(v); }},
-    {"format", true, [](HostOptions& o, const std::string& v) { o.format = parseFormat(v); }},
-    {"trace", false, [](HostOptions& o, const std::string&) { o.trace = true; }},
-    {"pcap", true,
-     [](HostOptions& o, const std::string& v) { o.pcapFile = outputFile(v, "--pcap"); }},
-    {"image-dump", true,
-     [](HostOptions& o, const std::string& v) { o.imageDump = outputFile(v, "--image-dump"); }},
-    {"help", false, [](HostOptions& o, const std::string&) { o.help = true; }},
-};
+constexpr char kUsageEnd[] = R"(
+Exit status: 0 done, 1 error (library, port, connection, file, a write without a result), 2 bad
+command line, 3 the PLC never answered. With several ports: 0 when every port was done, else 1
+when any had an error, else 3.
+)";
 
 }  // namespace
+
+std::vector<tools::Option<HostOptions>> hostOptionTable() {
+    std::vector<Rule> table = {
+        tools::heading<HostOptions>("Port"),
+        {"device", "PATH", "serial device (or a simulator's pseudo-terminal)",
+         [](HostOptions& o, const std::string& v) {
+             o.port = PortKind::SerialDevice;
+             o.devicePath = v;
+         }},
+        {"tcp", "HOST:PORT", "TCP connection instead of a serial line",
+         [](HostOptions& o, const std::string& v) {
+             o.port = PortKind::Tcp;
+             o.endpoint = tools::parseEndpoint(v, "127.0.0.1");
+         }},
+    };
+    const std::vector<Rule> line = tools::lineOptions<HostOptions>();
+    table.insert(table.end(), line.begin(), line.end());
+    const Rule rest[] = {
+        {"turnaround", "MS",
+         "time the PLC may take to answer, on top of the time the bytes take on the line "
+         "(default 100)",
+         [](HostOptions& o, const std::string& v) {
+             o.turnaroundMs = integer(v, 0, kMaxTurnaroundMs, "--turnaround");
+         }},
+        {"sim-options", "TEXT", "options for the simulator started when no port is given",
+         [](HostOptions& o, const std::string& v) { o.simulatorOptions = v; }},
+        {"library", "PATH",
+         "driver library (default: the one beside this program; a name without a slash is a "
+         "file of the current folder)",
+         [](HostOptions& o, const std::string& v) { o.libraryPath = v; }},
+
+        tools::heading<HostOptions>("Port record"),
+        {"station", "N", "default station (default 1)",
+         [](HostOptions& o, const std::string& v) {
+             o.settings.station = integer(v, 1, tools::kMaxStation, "--station");
+         }},
+        {"block-length", "N", "most words in one request, 1..100 (default 32)",
+         [](HostOptions& o, const std::string& v) {
+             o.settings.blockLength = integer(v, 1, kMaxBlockLength, "--block-length");
+         }},
+        {"retries", "N", "failed replies tolerated before an exchange is abandoned (default 2)",
+         [](HostOptions& o, const std::string& v) {
+             o.settings.retries = integer(v, 0, kMaxRetries, "--retries");
+         }},
+        {"write-mode", "N", "2: writes go to the PLC (default); other values: image only",
+         [](HostOptions& o, const std::string& v) {
+             o.settings.writeMode = integer(v, 0, 255, "--write-mode");
+         }},
+        {"remote-mode", nullptr, "use the remote frame family",
+         [](HostOptions& o, const std::string&) { o.settings.remoteMode = true; }},
+        {"per-var-station", nullptr, "each variable talks to its own station",
+         [](HostOptions& o, const std::string&) { o.settings.perVarStation = true; }},
+        {"off", "LIST", "stations switched off, e.g. 3 or 2,3",
+         [](HostOptions& o, const std::string& v) {
+             for (long station : tools::parseIntegerList(v, 1, tools::kMaxStation, "--off")) {
+                 o.settings.offStations.push_back(static_cast<int>(station));
+             }
+         }},
+
+        tools::heading<HostOptions>("Variables and writes"),
+        {"tags", "FILE", "variables from a CSV file: name,area,address,station,count",
+         [](HostOptions& o, const std::string& v) {
+             for (const Variable& variable : readTagFile(v)) {
+                 o.variables.push_back(variable);
+             }
+         }},
+        {"write", "AREA:ADDRESS[@STATION]=VALUE[,VALUE...]",
+         "a write, e.g. 14:100=0x1234 or 29:10.3=1 (repeatable). A run goes on until every "
+         "write has its result, at most 10 s past its scans or seconds",
+         [](HostOptions& o, const std::string& v) { o.writes.push_back(parseWrite(v)); }},
+        {"write-at-scan", "N", "make the writes after N complete scans (default 0: at once)",
+         [](HostOptions& o, const std::string& v) {
+             o.writeAtScan = integer(v, 0, kMaxScans, "--write-at-scan");
+         }},
+        {"write-every-scan", nullptr,
+         "make the writes again every scan, with values that change (soak runs)",
+         [](HostOptions& o, const std::string&) { o.writeEveryScan = true; }},
+
+        tools::heading<HostOptions>("Several ports"),
+        // Handled by parseCommandLine itself: it starts a port.
+        {"port", "NAME",
+         "start a port named NAME: the options, variables and writes that follow belong to it, "
+         "until the next --port; those given before the first --port apply to every port "
+         "(--format and --help only there). Each port polls its own line with its own copy of "
+         "the driver library, on a thread of its own; the output names the port, and a --pcap "
+         "or --image-dump file given for every port gets its name (run.pcap becomes "
+         "run-NAME.pcap)",
+         nullptr},
+
+        tools::heading<HostOptions>("Run and output"),
+        {"cycle", "MS", "start a scan at most every MS milliseconds (default 0: back to back)",
+         [](HostOptions& o, const std::string& v) {
+             o.cycleMs = integer(v, 0, kMaxCycleMs, "--cycle");
+         }},
+        {"scans", "N", "stop after N complete scans (default: until Ctrl-C)",
+         [](HostOptions& o, const std::string& v) {
+             o.scans = tools::parseInteger(v, 1, kMaxScans, "--scans");
+         }},
+        {"seconds", "S", "stop after S seconds, 0.001 to a year (default: until Ctrl-C)",
+         [](HostOptions& o, const std::string& v) {
+             o.seconds = tools::parseDecimal(v, kMinSeconds, kMaxSeconds, "--seconds");
+         }},
+        {"format", "table|csv|json", "live table (default), or one line per variable per scan",
+         [](HostOptions& o, const std::string& v) { o.format = parseFormat(v); }},
+        {"trace", nullptr, "every frame sent and received, decoded, and its result (on stderr)",
+         [](HostOptions& o, const std::string&) { o.trace = true; }},
+        {"pcap", "FILE",
+         "capture every frame sent, received or dropped to FILE, for Wireshark with "
+         "tools/wireshark/korvan.lua",
+         [](HostOptions& o, const std::string& v) { o.pcapFile = outputFile(v, "--pcap"); }},
+        {"image-dump", "FILE",
+         "on exit, write the driver's image of the variables' words in the simulator's memory "
+         "file format",
+         [](HostOptions& o, const std::string& v) { o.imageDump = outputFile(v, "--image-dump"); }},
+        {"help", nullptr, "this text", [](HostOptions& o, const std::string&) { o.help = true; }},
+    };
+    table.insert(table.end(), std::begin(rest), std::end(rest));
+    return table;
+}
 
 namespace {
 
@@ -242,9 +229,7 @@ std::string forPort(const std::string& file, const std::string& port) {
 // Options before the first --port apply to every port; each --port NAME starts a port that
 // takes the options, variables and writes that follow it, until the next --port.
 CommandLine parseCommandLine(int argc, char** argv) {
-    std::vector<Rule> rules = tools::lineOptions<HostOptions>();
-    rules.insert(rules.end(), std::begin(kRules), std::end(kRules));
-    rules.push_back({"port", true, nullptr});
+    const std::vector<Rule> rules = hostOptionTable();
     CommandLine line;
     HostOptions common;
     for (const tools::Arg& arg : tools::parseArgs(argc, argv, rules)) {
@@ -277,6 +262,10 @@ CommandLine parseCommandLine(int argc, char** argv) {
         }
     }
     return line;
+}
+
+std::string hostUsage() {
+    return kUsageIntro + tools::optionsHelp(hostOptionTable()) + kUsageEnd;
 }
 
 }  // namespace refhost

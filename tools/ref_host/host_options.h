@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "command_line.h"
 #include "serial_line.h"
 #include "tcp.h"
 #include "variables.h"
@@ -57,7 +58,10 @@ struct CommandLine {
     std::vector<HostOptions> ports;
 };
 
-extern const char* const kHostUsage;
+// What --help prints: the usage, the options from the option table, the exit status.
+std::string hostUsage();
+// Every option the command line takes, in the order --help lists them.
+std::vector<tools::Option<HostOptions>> hostOptionTable();
 
 // Throws tools::UsageError.
 CommandLine parseCommandLine(int argc, char** argv);

@@ -155,7 +155,7 @@ int main(int argc, char** argv) {
     return tools::runTool("korvan_ref_host", [&] {
         const refhost::CommandLine line = refhost::parseCommandLine(argc, argv);
         if (line.help) {
-            std::cout << refhost::kHostUsage;
+            std::cout << refhost::hostUsage();
             return 0;
         }
         for (const refhost::HostOptions& port : line.ports) {
