@@ -12,8 +12,6 @@ namespace refhost {
 
 namespace {
 
-constexpr int kBitOfWordArea = 29;
-constexpr int kOctalAreas = 2;  // areas 0 and 1 take octal addresses
 constexpr int kWordOfBitShift = 4;
 constexpr long kLastBitOfWord = 15;
 
@@ -25,18 +23,19 @@ long highestAddress(int area, bool remote) {
     if (remote) {
         return std::numeric_limits<int>::max();
     }
-    return area == kBitOfWordArea ? tools::kMaxWordAddress << kWordOfBitShift | kLastBitOfWord
-                                  : tools::kMaxWordAddress;
+    return area == korvan::kAreaBitOfWord
+               ? tools::kMaxWordAddress << kWordOfBitShift | kLastBitOfWord
+               : tools::kMaxWordAddress;
 }
 
 // An address as the area's texts write it: octal, word.bit or decimal.
 std::string addressText(int area, long address) {
-    if (area < kOctalAreas) {
+    if (area <= korvan::kAreaLastOctal) {
         char octal[24];
         std::snprintf(octal, sizeof octal, "%lo", address);
         return octal;
     }
-    if (area == kBitOfWordArea) {
+    if (area == korvan::kAreaBitOfWord) {
         return std::to_string(address >> kWordOfBitShift) + "." +
                std::to_string(address & kLastBitOfWord);
     }

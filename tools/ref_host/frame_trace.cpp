@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "hex_text.h"
+#include "korvan_qa_qb_series_port.h"
 
 namespace refhost {
 
@@ -47,20 +48,25 @@ std::string format(const char* pattern, unsigned a, unsigned b, unsigned c, unsi
 }
 
 // Result code ranges: base + owner + 1 for owners 0..11.
-struct Range {
-    int base;
-    const char* meaning;
-};
-
-constexpr Range kAbandoned[] = {
-    {10, "abandoned: the reply failed its station or CRC check"},
-    {40, "abandoned: nothing received"},
-    {70, "abandoned: the reply had the wrong length"},
-    {110, "abandoned (remote): the reply failed its station or CRC check"},
-    {140, "abandoned (remote): nothing received"},
-    {170, "abandoned (remote): the reply had the wrong length"},
-};
-constexpr int kOwnerCodes = 12;
+// What an abandoned exchange's code says of its last failed reply, by the code's base.
+const char* abandonedBecause(int base) {
+    switch (base) {
+        case korvan::kFailLocalInvalid:
+            return "abandoned: the reply failed its station or CRC check";
+        case korvan::kFailLocalSilent:
+            return "abandoned: nothing received";
+        case korvan::kFailLocalLength:
+            return "abandoned: the reply had the wrong length";
+        case korvan::kFailRemoteInvalid:
+            return "abandoned (remote): the reply failed its station or CRC check";
+        case korvan::kFailRemoteSilent:
+            return "abandoned (remote): nothing received";
+        case korvan::kFailRemoteLength:
+            return "abandoned (remote): the reply had the wrong length";
+        default:
+            return "unknown verdict";
+    }
+}
 
 }  // namespace
 
@@ -97,21 +103,16 @@ std::string describeReply(const std::uint8_t* r, std::size_t length) {
 }
 
 std::string describeResult(int code) {
-    if (code == 1) {
-        return "good reply";
+    switch (code) {
+        case korvan::kResultGood:
+            return "good reply";
+        case korvan::kResultRemoteGood:
+            return "good reply (remote)";
+        case korvan::kResultRetry:
+            return "bad reply, will be retried";
+        default:
+            return abandonedBecause(korvan::failureBase(code));
     }
-    if (code == 100) {
-        return "good reply (remote)";
-    }
-    if (code == 0) {
-        return "bad reply, will be retried";
-    }
-    for (const Range& range : kAbandoned) {
-        if (code > range.base && code <= range.base + kOwnerCodes) {
-            return range.meaning;
-        }
-    }
-    return "unknown verdict";
 }
 
 }  // namespace refhost

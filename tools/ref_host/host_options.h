@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "command_line.h"
+#include "korvan_qa_qb_series_port.h"
 #include "serial_line.h"
 #include "tcp.h"
 #include "variables.h"
@@ -20,7 +21,7 @@ struct PortSettings {
     int station = 1;
     int blockLength = 32;
     int retries = 2;
-    int writeMode = 2;  // 2: writes go to the PLC; anything else: to the image only
+    int writeMode = korvan::kWriteToPlc;  // anything else: writes go to the image only
     bool remoteMode = false;
     bool perVarStation = false;
     std::vector<int> offStations;

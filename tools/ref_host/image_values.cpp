@@ -15,13 +15,12 @@ namespace refhost {
 
 namespace {
 
-constexpr int kBitOfWordArea = 29;
-constexpr int kBitOfWordHostArea = 14;
+// The bits of area 29 are bits of words of the first word area.
+constexpr int kBitOfWordHostArea = korvan::kAreaFirstWord;
 constexpr int kBitsPerWord = 16;
-constexpr int kOctalAreas = 2;  // areas 0 and 1 take octal addresses
 
 QString addressText(int area, long address) {
-    return QString::number(address, area < kOctalAreas ? 8 : 10);
+    return QString::number(address, area <= korvan::kAreaLastOctal ? 8 : 10);
 }
 
 // The 16 bits of one word of a bit area, packed.
@@ -94,7 +93,7 @@ void dumpImage(const DriverApi& api, const std::vector<Variable>& variables,
             }
             continue;
         }
-        const int area = v.area == kBitOfWordArea ? kBitOfWordHostArea : v.area;
+        const int area = v.area == korvan::kAreaBitOfWord ? kBitOfWordHostArea : v.area;
         for (long w = first / kBitsPerWord; w <= (first + v.count - 1) / kBitsPerWord; ++w) {
             words[{station, area, static_cast<std::uint32_t>(w)}] =
                 area == kBitOfWordHostArea ? word(api, area, w, station)

@@ -19,14 +19,7 @@ namespace {
 
 constexpr int kPortId = 1;  // the host's variables are all on this port
 constexpr int kHostTag = 1;
-constexpr int kWriteOwner = 1;   // the writes' owner: their abandon codes are 12, 42, 72
-constexpr int kCyclicItem = -1;  // the item of every planned cyclic read
-constexpr int kStatusDone = 1;
-constexpr int kGood = 1;
-constexpr int kGoodRemote = 100;
-constexpr int kRetry = 0;
-constexpr int kSwitchOff = 0;
-constexpr int kWriteToPlc = 2;  // the write mode whose writes are sent, and called back
+constexpr int kWriteOwner = 1;  // the writes' owner: their abandon codes are 12, 42, 72
 constexpr auto kIdleWait = std::chrono::milliseconds(100);
 constexpr auto kDrainLimit = std::chrono::seconds(10);
 constexpr long kWarmScans = 20;  // scans after which memory should stay flat
@@ -57,7 +50,7 @@ double threadCpuMs() {
 thread_local Poller* activePoller = nullptr;
 
 bool isGood(int code) {
-    return code == kGood || code == kGoodRemote;
+    return code == korvan::kResultGood || code == korvan::kResultRemoteGood;
 }
 
 // The write's values, changed by `round` so that repeated writes are told apart: words count up,
@@ -99,7 +92,7 @@ Poller::Poller(const DriverApi& api, ComInfo& port, Link& link, const HostOption
     activePoller = this;
     api_.registerCallbacks(onResult, onError);
     for (int station : s.offStations) {
-        api_.enableStation(station, kSwitchOff);
+        api_.enableStation(station, korvan::kStationOff);
     }
     QList<HOSTVAR> cyclic;
     for (const Variable& v : options.variables) {
@@ -194,7 +187,7 @@ void Poller::poll(const volatile std::sig_atomic_t& stop) {
             scanStarted_ = pause(std::max(now + kIdleWait, scanStarted_ + cycle), stop);
             continue;
         }
-        if (request->var.itemId == kCyclicItem && !retryPending_ &&
+        if (request->var.itemId == korvan::kCyclicItemId && !retryPending_ &&
             !trackScan(request->var, now, stop)) {
             return;
         }
@@ -249,7 +242,7 @@ void Poller::finishScan(Clock::time_point now) {
 bool Poller::expectsResult(const Write& w) const {
     const PortSettings& s = options_.settings;
     const int station = s.perVarStation && w.station != kNoStation ? w.station : s.station;
-    return s.writeMode == kWriteToPlc &&
+    return s.writeMode == korvan::kWriteToPlc &&
            std::find(s.offStations.begin(), s.offStations.end(), station) == s.offStations.end();
 }
 
@@ -293,14 +286,14 @@ void Poller::exchange(const Protocol& request) {
         link_.dropLateReply(static_cast<std::size_t>(replyLength),
                             link_.replyTimeoutMs(frame.size(), replyLength));
     }
-    timedOut_ = code == kRetry && replyLength > 0 &&
+    timedOut_ = code == korvan::kResultRetry && replyLength > 0 &&
                 (timedOut_ || reply.size() < static_cast<std::size_t>(replyLength));
     lineSettled_ = good && lastGood_;
     lastGood_ = good;
 
     ++stats_.exchanges;
-    retryPending_ = code == kRetry;
-    if (code == kRetry) {
+    retryPending_ = code == korvan::kResultRetry;
+    if (code == korvan::kResultRetry) {
         ++stats_.retries;
     } else {
         lastCode_[station] = code;
@@ -333,7 +326,7 @@ void Poller::reportWrites() {
             ++stats_.writesRepeated;
             continue;
         }
-        const bool done = status == kStatusDone;
+        const bool done = status == korvan::kStatusDone;
         ++(done ? stats_.writesDone : stats_.writesFailed);
         const std::size_t index = static_cast<std::size_t>(item - 1) % options_.writes.size();
         report_.writeResult(portIndex_, options_.writes.at(index).text, done);

@@ -5,15 +5,13 @@
 
 #include "command_line.h"
 #include "input_file.h"
+#include "korvan_qa_qb_series_port.h"
 #include "plc_limits.h"
 
 namespace refhost {
 
 namespace {
 
-constexpr long kMaxArea = 29;
-constexpr long kFirstWordArea = 14;
-constexpr long kLastWordArea = 28;
 constexpr long kMaxCount = 65535;
 constexpr long kMinWordValue = -0x8000;  // a signed word, sent as its two's complement
 constexpr std::size_t kTagFields = 5;
@@ -31,7 +29,8 @@ int takeStation(std::string& text, const std::string& whole) {
 }
 
 int parseArea(const std::string& text, const std::string& whole) {
-    return static_cast<int>(tools::parseInteger(text, 0, kMaxArea, "the area of '" + whole + "'"));
+    return static_cast<int>(tools::parseInteger(text, korvan::kAreaFirstBit, korvan::kAreaBitOfWord,
+                                                "the area of '" + whole + "'"));
 }
 
 std::string requireAddress(const std::string& text, const std::string& whole) {
@@ -50,7 +49,7 @@ std::string trim(const std::string& s) {
 }  // namespace
 
 bool isWordArea(int area) {
-    return area >= kFirstWordArea && area <= kLastWordArea;
+    return area >= korvan::kAreaFirstWord && area <= korvan::kAreaLastWord;
 }
 
 Variable parseVariable(const std::string& text) {
