@@ -124,6 +124,7 @@ TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
          "cannot write the dump file none/plc.txt: No such file or directory", {}},
         {{}, sim, {"--idle-timeout", "-1"}, 2, "--idle-timeout" + number + "0 to 86400", {}},
         {{}, sim, {"--drop", " 0.5"}, 2, "--drop must be a number from 0 to 1, not ' 0.5'", {}},
+        {{}, sim, {"--pcap", "-"}, 2, "--pcap takes a file name, not '-'", {}},
         {{}, host, {"--tags", "folder", "14:0"}, 1, "folder is not a regular file", {}},
         {{}, host, {"--tags", "nul.csv", "14:0"}, 1, "the station at nul.csv:1" + number, {}},
         {{}, host, {"--library", "/dev/zero", "14:0"}, 1, "/dev/zero is not a regular file", {}},

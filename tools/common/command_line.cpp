@@ -102,6 +102,14 @@ double parseFraction(const std::string& text, const std::string& what) {
     return parseDecimal(text, 0.0, 1.0, what);
 }
 
+std::string outputPath(const std::string& path, const std::string& option) {
+    if (path == "-") {
+        throw UsageError(option + " takes a file name, not '-': standard output carries the " +
+                         "program's own lines");
+    }
+    return path;
+}
+
 std::vector<std::string> splitText(const std::string& text, char separator) {
     std::vector<std::string> parts;
     std::size_t start = 0;

@@ -116,6 +116,10 @@ double parseFraction(const std::string& text, const std::string& what);
 // A comma-separated list of integers within [min, max].
 std::vector<long> parseIntegerList(const std::string& text, long min, long max,
                                    const std::string& what);
+// The path of a file a tool writes. "-" is refused: standard output carries the tool's own lines
+// (the values, the endpoint a simulator prints first), and a capture library would take "-" for
+// it.
+std::string outputPath(const std::string& path, const std::string& option);
 std::vector<std::string> splitText(const std::string& text, char separator);
 
 }  // namespace tools

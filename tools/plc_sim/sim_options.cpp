@@ -122,7 +122,7 @@ std::vector<tools::Option<SimOptions>> simOptionTable() {
         {"counter", "AREA:ADDRESS[@STATION]", "a word that counts up every 100 ms (repeatable)",
          [](SimOptions& o, const std::string& v) { o.counters.push_back(parseCounter(v)); }},
         {"dump", "FILE", "write the memory to FILE on exit (same format as --memory)",
-         [](SimOptions& o, const std::string& v) { o.dumpFile = v; }},
+         [](SimOptions& o, const std::string& v) { o.dumpFile = tools::outputPath(v, "--dump"); }},
 
         tools::heading<SimOptions>("Faults (replies only)"),
         {"drop", "F", "leave out that fraction (0..1) of replies",
@@ -163,7 +163,7 @@ std::vector<tools::Option<SimOptions>> simOptionTable() {
         {"pcap", "FILE",
          "capture every frame received or sent, and bytes dropped, to FILE, for Wireshark with "
          "tools/wireshark/korvan.lua",
-         [](SimOptions& o, const std::string& v) { o.pcapFile = v; }},
+         [](SimOptions& o, const std::string& v) { o.pcapFile = tools::outputPath(v, "--pcap"); }},
         {"help", nullptr, "this text", [](SimOptions& o, const std::string&) { o.help = true; }},
     };
     table.insert(table.end(), std::begin(rest), std::end(rest));

@@ -23,16 +23,6 @@ constexpr double kMaxSeconds = 366.0 * 24 * 3600;
 constexpr char kPortNameCharacters[] =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_";
 
-// Standard output carries the values: a file written there, as libpcap takes "-", would mix
-// with them.
-std::string outputFile(const std::string& path, const char* option) {
-    if (path == "-") {
-        throw tools::UsageError(std::string(option) +
-                                " takes a file name, not '-': standard output carries the values");
-    }
-    return path;
-}
-
 Format parseFormat(const std::string& text) {
     if (text == "table") {
         return Format::Table;
@@ -184,11 +174,13 @@ std::vector<tools::Option<HostOptions>> hostOptionTable() {
         {"pcap", "FILE",
          "capture every frame sent, received or dropped to FILE, for Wireshark with "
          "tools/wireshark/korvan.lua",
-         [](HostOptions& o, const std::string& v) { o.pcapFile = outputFile(v, "--pcap"); }},
+         [](HostOptions& o, const std::string& v) { o.pcapFile = tools::outputPath(v, "--pcap"); }},
         {"image-dump", "FILE",
          "on exit, write the driver's image of the variables' words in the simulator's memory "
          "file format",
-         [](HostOptions& o, const std::string& v) { o.imageDump = outputFile(v, "--image-dump"); }},
+         [](HostOptions& o, const std::string& v) {
+             o.imageDump = tools::outputPath(v, "--image-dump");
+         }},
         {"help", nullptr, "this text", [](HostOptions& o, const std::string&) { o.help = true; }},
     };
     table.insert(table.end(), std::begin(rest), std::end(rest));
