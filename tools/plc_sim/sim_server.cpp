@@ -1,6 +1,7 @@
 #include "sim_server.h"
 
 #include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +21,8 @@ namespace {
 constexpr auto kCounterPeriod = std::chrono::milliseconds(100);
 constexpr auto kCheckStopEvery = std::chrono::milliseconds(200);
 constexpr std::size_t kReadChunk = 512;
+// Bytes of replies a TCP connection holds for its peer.
+constexpr int kPeerSendBuffer = 16 * 1024;
 
 std::string hex(const Bytes& b) {
     return tools::hexBytes(b.data(), b.size());
@@ -59,6 +62,12 @@ void SimServer::serveTcp(int listenFd) {
         if (!connection.valid()) {
             continue;
         }
+        // A PLC keeps little for a peer. Left to grow, the kernel's buffer would take megabytes
+        // of replies to a peer that never reads, and the simulator would work through as many
+        // requests before it noticed; small, it stalls after a few dozen and the idle timeout
+        // drops the peer.
+        setsockopt(connection.get(), SOL_SOCKET, SO_SNDBUF, &kPeerSendBuffer,
+                   sizeof kPeerSendBuffer);
         lastActivity_ = Clock::now();
         peerStalled_ = false;
         while (!stop_ && !peerStalled_ && !idleSince(lastActivity_)) {
