@@ -42,6 +42,8 @@ local REMOTE_HEADER = 21
 -- Replies: station, function, byte count, data, CRC.
 local REPLY_HEADER = 3
 local WRITE_REPLY_LENGTH = 10
+-- Station 0 is every station's, and none answers it.
+local BROADCAST_STATION = 0
 
 -- The driver's area indexes and their wire codes: 0..13 are bit areas, 14..28 word areas, 29 a
 -- bit of a word of area 14 (its writes go to code 0x80).
@@ -153,10 +155,10 @@ for value = 0, 255 do
     CRC_LOW[value], CRC_HIGH[value] = band(crc, 0xFF), rshift(crc, 8)
 end
 
--- The CRC the string `bytes` ends in, low byte first, and the one computed over the bytes
--- before it.
-local function crc_of(bytes)
-    local n = #bytes
+-- The CRC the string `bytes` (or its first `n` bytes) ends in, low byte first, and the one
+-- computed over the bytes before it.
+local function crc_of(bytes, n)
+    n = n or #bytes
     local low, high = 0xFF, 0xFF
     for i = 1, n - CRC_LENGTH do
         local index = bxor(low, byte(bytes, i))
@@ -179,16 +181,22 @@ local function add_crc(tree, frame)
     return good
 end
 
--- The additive checksum in the last byte of a remote frame.
-local function add_sum(tree, frame)
-    local bytes = frame:raw()
+-- The additive checksum the string `bytes` (or its first `n` bytes) ends in, and the one
+-- computed over the bytes before it.
+local function sum_of(bytes, n)
+    n = n or #bytes
     local sum = 0
-    for i = 1, #bytes - 1 do
+    for i = 1, n - 1 do
         sum = sum + byte(bytes, i)
     end
-    sum = sum % 256
-    local item = tree:add(f.sum, frame(#bytes - 1, 1))
-    local good = byte(bytes, #bytes) == sum
+    return byte(bytes, n), sum % 256
+end
+
+-- The additive checksum in the last byte of a remote frame.
+local function add_sum(tree, frame)
+    local stated, sum = sum_of(frame:raw())
+    local item = tree:add(f.sum, frame(frame:len() - 1, 1))
+    local good = stated == sum
     local status = tree:add(f.sum_status, good and "good" or "bad"):set_generated()
     if not good then
         item:append_text(string.format(" [should be 0x%02x]", sum))
@@ -413,6 +421,18 @@ local function pair_reply(tree, pinfo, request)
     end
 end
 
+-- Links a request to its reply, or says that none is in the capture (known once the whole
+-- capture has been read). Returns what the Info column adds.
+local function pair_request(tree, pinfo, request, expect)
+    if request and request.reply then
+        tree:add(f.reply_in, request.reply):set_generated()
+    elseif pinfo.visited and expect and expect.station ~= BROADCAST_STATION then
+        tree:add_proto_expert_info(e.no_reply)
+        return " [no reply]"
+    end
+    return ""
+end
+
 -- The first bytes in hexadecimal, for the Info column.
 local function hex_text(range)
     local shown = { byte(range:raw(0, math.min(range:len(), INFO_HEX_BYTES)), 1, -1) }
@@ -503,14 +523,7 @@ function korvan.dissector(tvb, pinfo, root)
             request = { frame = pinfo.number, time = pinfo.abs_ts, expect = expect }
             requests[key] = request
         end
-        if request and request.reply then
-            tree:add(f.reply_in, request.reply):set_generated()
-        elseif pinfo.visited and expect and expect.station ~= 0 then
-            -- Station 0 is every station's, and none answers it.
-            tree:add_proto_expert_info(e.no_reply)
-            info = info .. " [no reply]"
-        end
-        pinfo.cols.info = info
+        pinfo.cols.info = info .. pair_request(tree, pinfo, request, expect)
     elseif kind == KIND_REPLY then
         pinfo.cols.src, pinfo.cols.dst = "PLC", "host"
         pinfo.cols.info = add_reply(tree, frame, request and request.expect)
