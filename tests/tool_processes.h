@@ -151,15 +151,16 @@ inline Memory readMemory(const std::string& path) {
     return memory;
 }
 
-// tshark's reading of `capture` with the dissector, both passes: a row per frame shown by
-// `filter`, the fields in the order asked (korvan's without their prefix), several values of one
-// field joined by commas.
+// tshark's reading of `capture` with the dissector and tshark's `options`, both passes: a row per
+// frame shown by `filter`, the fields in the order asked (korvan's without their prefix), several
+// values of one field joined by commas.
 inline std::vector<Row> decode(const std::string& capture, const Texts& fields,
-                               const std::string& filter = "") {
+                               const std::string& filter = "", const Texts& options = {}) {
     Texts args{"-2",     "-X",    "lua_script:" KORVAN_DISSECTOR,
                "-r",     capture, "-T",
                "fields", "-E",    "occurrence=a",
                "-Y",     filter};
+    args.insert(args.end(), options.begin(), options.end());
     for (const std::string& field : fields) {
         args.insert(args.end(), {"-e", (field[0] == '_' ? "" : "korvan.") + field});
     }

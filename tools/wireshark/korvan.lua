@@ -1,9 +1,12 @@
 -- Wireshark dissector for the line captures of korvan_ref_host and korvan_plc_sim (--pcap):
 -- link type USER0, a pseudo-header of the tools' own (tools/common/line_capture.h), then the
--- frame as it went out or came in.
+-- frame as it went out or came in. It also decodes the frames on TCP as Wireshark captures them
+-- on the network: on the PLC's port, the preference korvan.tcp_port (5020) or one given with
+-- Decode As.
 --
 --   wireshark -X lua_script:tools/wireshark/korvan.lua capture.pcap
 --   tshark -2 -X lua_script:tools/wireshark/korvan.lua -r capture.pcap
+--   tshark -2 -X lua_script:tools/wireshark/korvan.lua -o korvan.tcp_port:5020 -r network.pcapng
 --
 -- Every field is under "korvan."; a damaged frame matches korvan.crc.status == "bad" (and
 -- raises the expert info korvan.crc.bad). A reply names its request (korvan.request_in) and the
@@ -20,7 +23,7 @@ local SIDE_NAMES = { [SIDE_HOST] = "host", [1] = "PLC" }
 local DIRECTION_NAMES = { [0] = "sent", [1] = "received" }
 local KIND_REQUEST, KIND_REPLY = 0, 1  -- and 2: bytes dropped
 local KIND_NAMES = { [0] = "request", [1] = "reply", [2] = "dropped as line noise" }
-local FAMILY_REMOTE = 1
+local FAMILY_LOCAL, FAMILY_REMOTE = 0, 1
 local FAMILY_NAMES = { [0] = "local", [1] = "remote", [2] = "not known" }
 
 -- Local frames: station, function, area code, address (24 bits), count, then for writes a
@@ -42,6 +45,8 @@ local REMOTE_HEADER = 21
 -- Replies: station, function, byte count, data, CRC.
 local REPLY_HEADER = 3
 local WRITE_REPLY_LENGTH = 10
+-- Station 0 is every station's, and none answers it.
+local BROADCAST_STATION = 0
 
 -- The driver's area indexes and their wire codes: 0..13 are bit areas, 14..28 word areas, 29 a
 -- bit of a word of area 14 (its writes go to code 0x80).
@@ -129,9 +134,13 @@ korvan.experts = e
 
 -- What a reply needs from its request, by capturing side and exchange number.
 local requests = {}
+-- On TCP: each stream's requests waiting for a reply, oldest first, and each frame's request
+-- or reply record (see the TCP part below).
+local waiting, stream_frames = {}, {}
 
 function korvan.init()
     requests = {}
+    waiting, stream_frames = {}, {}
 end
 
 local function exchange_key(side, exchange)
@@ -153,10 +162,10 @@ for value = 0, 255 do
     CRC_LOW[value], CRC_HIGH[value] = band(crc, 0xFF), rshift(crc, 8)
 end
 
--- The CRC the string `bytes` ends in, low byte first, and the one computed over the bytes
--- before it.
-local function crc_of(bytes)
-    local n = #bytes
+-- The CRC the string `bytes` (or its first `n` bytes) ends in, low byte first, and the one
+-- computed over the bytes before it.
+local function crc_of(bytes, n)
+    n = n or #bytes
     local low, high = 0xFF, 0xFF
     for i = 1, n - CRC_LENGTH do
         local index = bxor(low, byte(bytes, i))
@@ -179,16 +188,22 @@ local function add_crc(tree, frame)
     return good
 end
 
--- The additive checksum in the last byte of a remote frame.
-local function add_sum(tree, frame)
-    local bytes = frame:raw()
+-- The additive checksum the string `bytes` (or its first `n` bytes) ends in, and the one
+-- computed over the bytes before it.
+local function sum_of(bytes, n)
+    n = n or #bytes
     local sum = 0
-    for i = 1, #bytes - 1 do
+    for i = 1, n - 1 do
         sum = sum + byte(bytes, i)
     end
-    sum = sum % 256
-    local item = tree:add(f.sum, frame(#bytes - 1, 1))
-    local good = byte(bytes, #bytes) == sum
+    return byte(bytes, n), sum % 256
+end
+
+-- The additive checksum in the last byte of a remote frame.
+local function add_sum(tree, frame)
+    local stated, sum = sum_of(frame:raw())
+    local item = tree:add(f.sum, frame(frame:len() - 1, 1))
+    local good = stated == sum
     local status = tree:add(f.sum_status, good and "good" or "bad"):set_generated()
     if not good then
         item:append_text(string.format(" [should be 0x%02x]", sum))
@@ -260,6 +275,8 @@ local function too_short(tree, what, n, shortest)
     return string.format("short %s: %d bytes", what, n)
 end
 
+-- A request's fields. Returns the Info text, what its reply needs (nil for a frame too short to
+-- tell) and whether its check value holds.
 local function add_local_request(tree, frame)
     local n = frame:len()
     if n < LOCAL_READ_LENGTH then
@@ -304,10 +321,11 @@ local function add_local_request(tree, frame)
             end
         end
     end
-    if not add_crc(tree, frame) then
+    local good = add_crc(tree, frame)
+    if not good then
         info = info .. " [bad CRC]"
     end
-    return info, expect
+    return info, expect, good
 end
 
 local function add_remote_request(tree, frame)
@@ -357,10 +375,11 @@ local function add_remote_request(tree, frame)
             expect.bits = 16 * count
         end
     end
-    if not add_sum(tree, frame) then
+    local good = add_sum(tree, frame)
+    if not good then
         info = info .. " [bad checksum]"
     end
-    return info, expect
+    return info, expect, good
 end
 
 -- A reply, read with what its request said (nil when the capture lacks the request).
@@ -411,6 +430,18 @@ local function pair_reply(tree, pinfo, request)
     if not pinfo.visited and not request.reply then
         request.reply = pinfo.number
     end
+end
+
+-- Links a request to its reply, or says that none is in the capture (known once the whole
+-- capture has been read). Returns what the Info column adds.
+local function pair_request(tree, pinfo, request, expect)
+    if request and request.reply then
+        tree:add(f.reply_in, request.reply):set_generated()
+    elseif pinfo.visited and expect and expect.station ~= BROADCAST_STATION then
+        tree:add_proto_expert_info(e.no_reply)
+        return " [no reply]"
+    end
+    return ""
 end
 
 -- The first bytes in hexadecimal, for the Info column.
@@ -466,7 +497,270 @@ local function header_fault(n, head)
     return nil
 end
 
+-- Frames on TCP, as Wireshark captures them on the network between a panel (or the reference
+-- host) and a PLC (or the simulator). No header of ours comes with them: the frames' own bytes
+-- say where each ends and its family, and the PLC's port says which are requests (sent to it)
+-- and which replies (sent from it). Nor does a stream number its exchanges: a reply is paired
+-- with a request of its stream still waiting by their order and by what the reply fits.
+
+local LENGTH_WRAP = 256       -- length bytes keep 8 bits
+local LONGEST_REQUEST = 2048  -- a local write with the longest payload the driver sends
+local REMOTE_MIN_LENGTH = REMOTE_HEADER + 1
+-- Bytes enough to tell a frame's length: the shortest request has them all, a reply's header.
+local REQUEST_LENGTH_BYTES = LOCAL_READ_LENGTH
+local REPLY_LENGTH_BYTES = REPLY_HEADER
+-- Wireshark's port_type of TCP ports (PT_TCP).
+local PORT_TYPE_TCP = 2
+-- A frame's key in `stream_frames`: its packet's number times this, plus its offset.
+local FRAME_KEY_STRIDE = 2 ^ 24
+
+-- Whether the bytes being dissected go to the PLC, and (on the first pass) their stream's
+-- waiting requests: set for dissect_tcp_pdus, which calls back before it returns.
+local stream_to_plc, stream_waiting
+
+local function is_local_read(fn)
+    return fn == FN_READ_BITS or fn == FN_READ_WORDS
+end
+
+local function is_local_write(fn)
+    return fn == FN_WRITE_BITS or fn == FN_WRITE_WORDS
+end
+
+-- Whether the first `n` bytes of the string `bytes` are a local frame, ending in their CRC,
+-- or a remote frame, their length first and their sum last.
+local function crc_holds(bytes, n)
+    if n < LOCAL_READ_LENGTH or n > #bytes then
+        return false
+    end
+    local stated, computed = crc_of(bytes, n)
+    return stated == computed
+end
+
+local function sum_holds(bytes, n)
+    if n < REMOTE_MIN_LENGTH or n > #bytes or byte(bytes, 1) ~= n % LENGTH_WRAP then
+        return false
+    end
+    local stated, computed = sum_of(bytes, n)
+    return stated == computed
+end
+
+-- The lengths a request's first bytes state: as a local frame (nil when it names no local
+-- function) and as a remote one.
+local function stated_request_lengths(bytes)
+    local first, fn = byte(bytes, 1, 2)
+    local remote = first >= REMOTE_MIN_LENGTH and first or first + LENGTH_WRAP
+    if is_local_read(fn) then
+        return LOCAL_READ_LENGTH, remote
+    elseif is_local_write(fn) then
+        return LOCAL_WRITE_HEADER + byte(bytes, LOCAL_WRITE_HEADER) + CRC_LENGTH, remote
+    end
+    return nil, remote
+end
+
+-- Whether a request whose check holds starts `at` bytes into the string `bytes`.
+local function good_request_at(bytes, at)
+    if #bytes - at < REQUEST_LENGTH_BYTES then
+        return false
+    end
+    local rest = bytes:sub(at + 1)
+    local as_local, as_remote = stated_request_lengths(rest)
+    local n = math.min(as_local or as_remote, as_remote)
+    return crc_holds(rest, n) or sum_holds(rest, n)
+end
+
+-- The length of the request that starts the string `bytes`, of which more may follow, as the
+-- simulator finds it: of the lengths its first bytes allow (each stated length, and 256, 512,
+-- ... bytes more up to the longest request), the shortest whose check holds, a longer one
+-- waited for while the bytes end before it. A damaged request (or bytes that are no request)
+-- holds at no length: it ends where the bytes end or a good request starts, at one of its
+-- lengths, so that it does not swallow the requests behind it.
+local function request_length(bytes)
+    local as_local, as_remote = stated_request_lengths(bytes)
+    local shortest = math.min(as_local or as_remote, as_remote)
+    if crc_holds(bytes, shortest) or sum_holds(bytes, shortest) then
+        return shortest
+    end
+    local lengths = {}
+    for _, stated in pairs({ as_local, as_remote }) do  -- pairs: as_local may be nil
+        for n = stated, LONGEST_REQUEST, LENGTH_WRAP do
+            lengths[#lengths + 1] = n
+        end
+    end
+    table.sort(lengths)
+    local beyond = #lengths + 1  -- the first length beyond the bytes
+    for i, n in ipairs(lengths) do
+        if n > #bytes then
+            beyond = i
+            break
+        elseif crc_holds(bytes, n) or sum_holds(bytes, n) then
+            return n
+        end
+    end
+    for i = 1, beyond - 1 do
+        if lengths[i] == #bytes or good_request_at(bytes, lengths[i]) then
+            return lengths[i]
+        end
+    end
+    return lengths[beyond] or shortest
+end
+
+-- The family of the request `frame`, of a length request_length found: the one whose length
+-- it has; when it has both, the one whose check holds. A frame too short to tell (cut short by
+-- the capture) is taken for a local one, which says it is too short.
+local function request_family(frame)
+    local n = frame:len()
+    if n < REQUEST_LENGTH_BYTES then
+        return FAMILY_LOCAL
+    end
+    local as_local, as_remote = stated_request_lengths(frame:raw(0, LOCAL_WRITE_HEADER))
+    local is_local = as_local and (n - as_local) % LENGTH_WRAP == 0
+    local is_remote = n >= REMOTE_MIN_LENGTH and (n - as_remote) % LENGTH_WRAP == 0
+    if is_local and is_remote then
+        local bytes = frame:raw()
+        return (crc_holds(bytes, n) or not sum_holds(bytes, n)) and FAMILY_LOCAL or FAMILY_REMOTE
+    end
+    return is_remote and FAMILY_REMOTE or FAMILY_LOCAL
+end
+
+-- The length a reply's first bytes state: a write's acknowledgement, or the byte count's data.
+local function stated_reply_length(bytes)
+    local fn, count = byte(bytes, 2, 3)
+    return is_local_write(fn) and WRITE_REPLY_LENGTH or REPLY_HEADER + count + CRC_LENGTH
+end
+
+-- The request of the stream's `queue` that the reply starting the string `bytes` answers, and
+-- its place; nil when none waits. A PLC answers in turn, and a host sends its next request once
+-- the last one was answered or given up, so the reply answers one of the requests that came in
+-- the last packet with any still waiting (the requests of a single write): the oldest the reply
+-- fits (its station, and a length its first bytes allow), else the oldest, whose reply is then
+-- taken to be damaged.
+local function answered_request(queue, bytes)
+    local last = queue[queue.last]
+    if not last then
+        return nil
+    end
+    local first = queue.last
+    while first > queue.first and queue[first - 1].frame == last.frame do
+        first = first - 1
+    end
+    local station, stated = byte(bytes, 1), stated_reply_length(bytes)
+    for i = first, queue.last do
+        local expect = queue[i].expect
+        if expect.station == station and (expect.reply_length - stated) % LENGTH_WRAP == 0 then
+            return queue[i], i
+        end
+    end
+    return queue[first], first
+end
+
+-- dissect_tcp_pdus's length function. A reply is as long as its request expects, the request
+-- the first pass found for it; one whose request is not in the capture as long as it says.
+local function stream_frame_length(tvb, pinfo, offset)
+    if stream_to_plc then
+        return request_length(tvb:raw(offset, math.min(tvb:len() - offset, LONGEST_REQUEST)))
+    end
+    local key = pinfo.number * FRAME_KEY_STRIDE + tvb:offset() + offset
+    local reply = stream_frames[key]
+    if reply then
+        return reply.length
+    end
+    local bytes = tvb:raw(offset, REPLY_LENGTH_BYTES)
+    if pinfo.visited then
+        return stated_reply_length(bytes)
+    end
+    local request, place = answered_request(stream_waiting, bytes)
+    reply = { request = request, place = place,
+        length = request and request.expect.reply_length or stated_reply_length(bytes) }
+    stream_frames[key] = reply
+    return reply.length
+end
+
+-- A frame's Info text; the frames of one packet share the column.
+local function show_info(pinfo, info)
+    if pinfo.private.korvan_info then
+        pinfo.cols.info:append(" | " .. info)
+    else
+        pinfo.cols.info = info
+        pinfo.private.korvan_info = "shown"
+    end
+end
+
+-- dissect_tcp_pdus's frame dissector: the frame decoded as in a capture of ours, with the
+-- kind and family a header would have given.
+local function dissect_stream_frame(tvb, pinfo, root)
+    pinfo.cols.protocol = "KORVAN"
+    local tree = root:add(korvan, tvb())
+    local key = pinfo.number * FRAME_KEY_STRIDE + tvb:offset()
+    local record = stream_frames[key]
+    local frame = tvb()
+    local info
+    if stream_to_plc then
+        local family = request_family(frame)
+        tree:add(f.kind, KIND_REQUEST):set_generated()
+        tree:add(f.family, family):set_generated()
+        local expect, good
+        if family == FAMILY_REMOTE then
+            info, expect, good = add_remote_request(tree, frame)
+        else
+            info, expect, good = add_local_request(tree, frame)
+        end
+        if not pinfo.visited then
+            record = { frame = pinfo.number, time = pinfo.abs_ts, expect = expect,
+                family = family }
+            stream_frames[key] = record
+            -- A PLC answers neither a damaged frame nor station 0.
+            if good and expect.station ~= BROADCAST_STATION then
+                stream_waiting.last = stream_waiting.last + 1
+                stream_waiting[stream_waiting.last] = record
+            end
+        end
+        info = info .. pair_request(tree, pinfo, record, expect)
+    else
+        local request = record and record.request
+        if request and not pinfo.visited then
+            -- It and the requests before it, which got no reply, wait no more.
+            for i = stream_waiting.first, record.place do
+                stream_waiting[i] = nil
+            end
+            stream_waiting.first = record.place + 1
+        end
+        tree:add(f.kind, KIND_REPLY):set_generated()
+        if request then
+            tree:add(f.family, request.family):set_generated()
+        end
+        info = add_reply(tree, frame, request and request.expect)
+        pair_reply(tree, pinfo, request)
+    end
+    show_info(pinfo, info)
+    return tvb:len()
+end
+
+-- A TCP segment's bytes (or segments reassembled) to or from the PLC's port, the one the
+-- dissector was called for.
+local function dissect_stream(tvb, pinfo, root)
+    stream_to_plc = pinfo.dst_port == pinfo.match_uint
+    if not pinfo.visited then
+        local panel, plc = "[" .. tostring(pinfo.src) .. "]:" .. pinfo.src_port,
+            "[" .. tostring(pinfo.dst) .. "]:" .. pinfo.dst_port
+        if not stream_to_plc then
+            panel, plc = plc, panel
+        end
+        local stream = panel .. " " .. plc
+        stream_waiting = waiting[stream]
+        if not stream_waiting then
+            stream_waiting = { first = 1, last = 0 }
+            waiting[stream] = stream_waiting
+        end
+    end
+    dissect_tcp_pdus(tvb, root, stream_to_plc and REQUEST_LENGTH_BYTES or REPLY_LENGTH_BYTES,
+        stream_frame_length, dissect_stream_frame)
+    return tvb:len()
+end
+
 function korvan.dissector(tvb, pinfo, root)
+    if pinfo.port_type == PORT_TYPE_TCP then
+        return dissect_stream(tvb, pinfo, root)
+    end
     pinfo.cols.protocol = "KORVAN"
     local tree = root:add(korvan, tvb())
     local n = tvb:len()
@@ -503,14 +797,7 @@ function korvan.dissector(tvb, pinfo, root)
             request = { frame = pinfo.number, time = pinfo.abs_ts, expect = expect }
             requests[key] = request
         end
-        if request and request.reply then
-            tree:add(f.reply_in, request.reply):set_generated()
-        elseif pinfo.visited and expect and expect.station ~= 0 then
-            -- Station 0 is every station's, and none answers it.
-            tree:add_proto_expert_info(e.no_reply)
-            info = info .. " [no reply]"
-        end
-        pinfo.cols.info = info
+        pinfo.cols.info = info .. pair_request(tree, pinfo, request, expect)
     elseif kind == KIND_REPLY then
         pinfo.cols.src, pinfo.cols.dst = "PLC", "host"
         pinfo.cols.info = add_reply(tree, frame, request and request.expect)
@@ -531,3 +818,24 @@ function korvan.dissector(tvb, pinfo, root)
 end
 
 DissectorTable.get("wtap_encap"):add(wtap.USER0, korvan)
+
+-- On TCP: the preference's port, and any port Decode As is given.
+local DEFAULT_TCP_PORT = 5020
+korvan.prefs.tcp_port = Pref.uint("PLC's TCP port", DEFAULT_TCP_PORT,
+    "Frames to and from this TCP port are decoded (0: none; Decode As adds others)")
+local tcp_ports = DissectorTable.get("tcp.port")
+local registered_port = 0
+
+local function register_port()
+    if registered_port ~= 0 then
+        tcp_ports:remove(registered_port, korvan)
+    end
+    registered_port = korvan.prefs.tcp_port
+    if registered_port ~= 0 then
+        tcp_ports:add(registered_port, korvan)
+    end
+end
+
+korvan.prefs_changed = register_port
+register_port()
+tcp_ports:add_for_decode_as(korvan)
