@@ -233,7 +233,7 @@ TEST(DissectorTcp, RealTrafficOfBothFamiliesDecodesThroughThePortOrDecodeAs) {
         ASSERT_EQ(r.stats.value("exchanges", 0), 3);
     }
     // Lengths beyond 255 bytes: a local write of 411 bytes (length byte 144), a remote one of
-    // 422 (166), a reply of 805 (byte count 32).
+    // 422 (166). No reply is as long: the simulator, as the driver, reads at most 100 words.
     const Words localWords = run(0x1000, 200), remoteWords = run(0x2000, 200);
     const Bytes split = localFrame(kServed, 100, 2);
     talk(port,
@@ -246,8 +246,7 @@ TEST(DissectorTcp, RealTrafficOfBothFamiliesDecodesThroughThePortOrDecodeAs) {
           {{damaged(localFrame(kServed, 502, 1))}, 0},
           {{joined({damaged(localFrame(kServed, 503, 1)), localFrame(kServed, 504, 1)})}, 7},
           {{localFrame(kServed, 1000, 200, localWords)}, 10},
-          {{remoteFrame(1200, 200, remoteWords)}, 10},
-          {{localFrame(kServed, 1000, 400)}, 805}});
+          {{remoteFrame(1200, 200, remoteWords)}, 10}});
     if (HasFatalFailure()) {
         return;
     }
@@ -257,8 +256,6 @@ TEST(DissectorTcp, RealTrafficOfBothFamiliesDecodesThroughThePortOrDecodeAs) {
     const Texts fields{"kind",     "family",     "station", "function",   "area",
                        "address",  "count",      "word",    "crc.status", "sum.status",
                        "no_reply", "request_in", "reply_in"};
-    Words readBack = localWords;
-    readBack.insert(readBack.end(), remoteWords.begin(), remoteWords.end());
     // clang-format off
     const std::vector<Row> expected{
         // The host, local frames: the write, then a read a scan.
@@ -294,8 +291,6 @@ TEST(DissectorTcp, RealTrafficOfBothFamiliesDecodesThroughThePortOrDecodeAs) {
         {"1", "0", "1", "0x21", "", "", "", "", "good", "", "", "#23", ""},
         {"0", "1", "1", "", "14", "1200", "200", shown(remoteWords), "", "good", "", "", "#26"},
         {"1", "1", "1", "0x21", "", "", "", "", "good", "", "", "#25", ""},
-        {"0", "0", "1", "0x20", "14", "1000", "400", "", "good", "", "", "", "#28"},
-        {"1", "0", "1", "0x20", "", "", "", shown(readBack), "good", "", "", "#27", ""},
     };
     // clang-format on
     const std::string portText = std::to_string(port);
