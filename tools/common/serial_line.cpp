@@ -123,8 +123,13 @@ void configureLine(int fd, const LineSettings& line) {
     cfmakeraw(&t);
     t.c_cflag &= ~(CSIZE | PARENB | PARODD | CSTOPB | CRTSCTS);
     t.c_cflag |= CLOCAL | CREAD | (character ? dataBitsFlag(line.dataBits) : CS8);
-    if (character && line.parity != 'N') {
-        t.c_cflag |= PARENB | (line.parity == 'O' ? PARODD : 0);
+    // A pseudo-terminal clears PARENB but keeps PARODD and the input flags: there the parity is
+    // noted as INPCK (check the parity of received characters), so that the other end can read
+    // it. cfmakeraw leaves INPCK as it was.
+    t.c_iflag &= ~INPCK;
+    if (line.parity != 'N') {
+        t.c_cflag |= (character ? PARENB : 0) | (line.parity == 'O' ? PARODD : 0);
+        t.c_iflag |= character ? 0 : INPCK;
     }
     if (line.stopBits == 2) {
         t.c_cflag |= CSTOPB;
@@ -139,6 +144,41 @@ void configureLine(int fd, const LineSettings& line) {
     if (tcsetattr(fd, TCSANOW, &t) != 0) {
         throw systemError("cannot set the line settings");
     }
+}
+
+LineSettings lineSettingsOf(int fd) {
+    termios t{};
+    if (tcgetattr(fd, &t) != 0) {
+        throw systemError("cannot read the line settings");
+    }
+    LineSettings line;
+    line.baud = 0;
+    for (const BaudRate& rate : kBaudRates) {
+        if (rate.code == cfgetispeed(&t)) {
+            line.baud = rate.bitsPerSecond;
+        }
+    }
+    switch (t.c_cflag & CSIZE) {
+        case CS5:
+            line.dataBits = 5;
+            break;
+        case CS6:
+            line.dataBits = 6;
+            break;
+        case CS7:
+            line.dataBits = 7;
+            break;
+        default:
+            line.dataBits = 8;
+            break;
+    }
+    if ((t.c_cflag & PARENB) != 0 || (t.c_iflag & INPCK) != 0) {
+        line.parity = (t.c_cflag & PARODD) != 0 ? 'O' : 'E';
+    } else {
+        line.parity = 'N';
+    }
+    line.stopBits = (t.c_cflag & CSTOPB) != 0 ? 2 : 1;
+    return line;
 }
 
 UniqueFd openSerialDevice(const std::string& path, const LineSettings& line) {

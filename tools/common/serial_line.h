@@ -1,7 +1,8 @@
 // Serial lines: the line settings both tools take as options, and opening a serial device or a
 // pseudo-terminal in raw mode with them. A pseudo-terminal carries bytes, not characters on a wire:
 // it keeps 8 data bits without parity whatever it is asked, and refuses a second program's request
-// for parity, so on one only the timing of the settings counts.
+// for parity, so on one only the timing of the settings counts. It keeps the rest, and notes the
+// parity asked for, so that the simulator can tell a host's settings from its own.
 #ifndef KORVAN_TOOLS_SERIAL_LINE_H
 #define KORVAN_TOOLS_SERIAL_LINE_H
 
@@ -20,6 +21,12 @@ struct LineSettings {
     int dataBits = 8;
     char parity = 'N';  // N, E or O
     int stopBits = 1;
+
+    bool operator==(const LineSettings& other) const {
+        return baud == other.baud && dataBits == other.dataBits && parity == other.parity &&
+               stopBits == other.stopBits;
+    }
+    bool operator!=(const LineSettings& other) const { return !(*this == other); }
 };
 
 // The values of --baud, --data-bits, --parity and --stop-bits. Throw UsageError.
@@ -53,6 +60,10 @@ UniqueFd openSerialDevice(const std::string& path, const LineSettings& line);
 
 // Raw mode with the given settings; throws std::runtime_error.
 void configureLine(int fd, const LineSettings& line);
+// The settings the line has now, as configureLine leaves them (baud 0: a speed it does not set).
+// Both ends of a pseudo-terminal read the one set of settings either end made last. Throws
+// std::runtime_error.
+LineSettings lineSettingsOf(int fd);
 
 struct PseudoTerminal {
     UniqueFd master;

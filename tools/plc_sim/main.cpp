@@ -42,14 +42,17 @@ void run(const plcsim::SimOptions& options) {
     switch (options.transport) {
         case plcsim::Transport::PseudoTerminal: {
             tools::PseudoTerminal pty = tools::openPseudoTerminal(options.line);
+            // Read before a host can know the path and set its own.
+            const tools::LineSettings ownLine = tools::lineSettingsOf(pty.master.get());
             announce("pty " + pty.path);
-            server.serveLine(pty.master.get());
+            server.serveLine(pty.master.get(), ownLine);
             break;
         }
         case plcsim::Transport::SerialDevice: {
             tools::UniqueFd fd = tools::openSerialDevice(options.devicePath, options.line);
+            const tools::LineSettings ownLine = tools::lineSettingsOf(fd.get());
             announce("serial " + options.devicePath);
-            server.serveLine(fd.get());
+            server.serveLine(fd.get(), ownLine);
             break;
         }
         case plcsim::Transport::Tcp: {

@@ -42,7 +42,8 @@ tools::FrameFamily captureFamily(Family family) {
 
 }  // namespace
 
-void SimServer::serveLine(int fd) {
+void SimServer::serveLine(int fd, const tools::LineSettings& ownLine) {
+    ownLine_ = ownLine;
     while (!stop_) {
         // A line stays open when a reply was not taken: later ones are tried again.
         peerStalled_ = false;
@@ -120,7 +121,32 @@ bool SimServer::receive(int fd) {
     }
     lastByte_ = Clock::now();
     lastActivity_ = lastByte_;
-    take(fd, splitter_.feed(bytes.data(), bytes.size()));
+    if (!garbled(fd, bytes)) {
+        take(fd, splitter_.feed(bytes.data(), bytes.size()));
+    }
+    return true;
+}
+
+// The settings are read as the bytes are handled: a host sets them before it sends. Garbage is
+// kept from the splitter, so that no frame can be found in it by chance.
+bool SimServer::garbled(int fd, Bytes& bytes) {
+    if (!ownLine_) {
+        return false;
+    }
+    const tools::LineSettings line = tools::lineSettingsOf(fd);
+    if (line == *ownLine_) {
+        return false;
+    }
+    for (std::uint8_t& b : bytes) {
+        b = static_cast<std::uint8_t>(~b);
+    }
+    garbled_ += bytes.size();
+    capture_.dropped(bytes.data(), bytes.size());
+    if (options_.trace) {
+        std::cerr << "< " << hex(bytes) << "  (garbage: the line is at "
+                  << tools::describeLine(line) << ", the simulator at "
+                  << tools::describeLine(*ownLine_) << ")" << std::endl;
+    }
     return true;
 }
 

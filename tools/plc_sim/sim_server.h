@@ -5,10 +5,12 @@
 
 #include <chrono>
 #include <csignal>
+#include <optional>
 
 #include "frame_splitter.h"
 #include "line_capture.h"
 #include "plc_model.h"
+#include "serial_line.h"
 #include "sim_options.h"
 #include "unique_fd.h"
 
@@ -21,13 +23,16 @@ public:
               const volatile std::sig_atomic_t& stop)
         : plc_(plc), options_(options), capture_(capture), stop_(stop) {}
 
-    // Serves a serial line or pseudo-terminal until stopped.
-    void serveLine(int fd);
+    // Serves a serial line or pseudo-terminal until stopped. `ownLine` is the line's settings as
+    // the simulator made them (tools::lineSettingsOf): bytes that come while the line has other
+    // settings, which only a host at the other end of a pseudo-terminal can give it, are received
+    // as a UART at the wrong settings receives them, as garbage.
+    void serveLine(int fd, const tools::LineSettings& ownLine);
     // Serves one TCP connection at a time until stopped. A connection that sends nothing, or
     // takes no reply, for the idle timeout is closed, so that one peer cannot hold the PLC.
     void serveTcp(int listenFd);
 
-    std::size_t discardedBytes() const { return splitter_.discarded(); }
+    std::size_t discardedBytes() const { return splitter_.discarded() + garbled_; }
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -37,6 +42,8 @@ private:
     bool wait(int fd, bool listening);
     // Reads and answers what arrived; false when the other end went away.
     bool receive(int fd);
+    // Whether the line's settings are not the simulator's; if so, drops `bytes` as garbage.
+    bool garbled(int fd, Bytes& bytes);
     // Answers the frames among `pieces` until a reply cannot be sent; the rest was dropped.
     void take(int fd, const std::vector<Piece>& pieces);
     void answer(int fd, const Bytes& request);
@@ -61,6 +68,8 @@ private:
     tools::LineCapture& capture_;
     const volatile std::sig_atomic_t& stop_;
     FrameSplitter splitter_;
+    std::optional<tools::LineSettings> ownLine_;  // serving a line: its settings
+    std::size_t garbled_ = 0;                     // bytes received at other settings
     Clock::time_point lastByte_ = Clock::now();
     Clock::time_point lastActivity_;  // the last byte received or reply sent on a connection
     bool peerStalled_ = false;        // a reply could not be sent: no more are tried

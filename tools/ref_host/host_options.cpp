@@ -1,5 +1,6 @@
 #include "host_options.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iterator>
 
@@ -61,7 +62,7 @@ Variables: AREA:ADDRESS[:COUNT][@STATION]
 constexpr char kUsageEnd[] = R"(
 Exit status: 0 done, 1 error (library, port, connection, file, a write without a result), 2 bad
 command line, 3 the PLC never answered. With several ports: 0 when every port was done, else 1
-when any had an error, else 3.
+when any had an error, else 3. With --discover: 0 when a combination answered, 3 when none did.
 )";
 
 }  // namespace
@@ -142,6 +143,25 @@ std::vector<tools::Option<HostOptions>> hostOptionTable() {
         {"write-every-scan", nullptr,
          "make the writes again every scan, with values that change (soak runs)",
          [](HostOptions& o, const std::string&) { o.writeEveryScan = true; }},
+
+        tools::heading<HostOptions>("Finding the line settings"),
+        {"discover", nullptr,
+         "instead of polling, read one word at every combination of the lists below and "
+         "report each that answered; takes the port, --data-bits, --turnaround and the output "
+         "options, no variables",
+         [](HostOptions& o, const std::string&) { o.discovery.enabled = true; }},
+        {"bauds", "LIST", "baud rates to try (default 9600,19200,38400,57600,115200,4800,2400)",
+         [](HostOptions& o, const std::string& v) { o.discovery.bauds = parseBauds(v); }},
+        {"parities", "LIST", "parities to try (default none,even,odd)",
+         [](HostOptions& o, const std::string& v) { o.discovery.parities = parseParities(v); }},
+        {"stop-bits-list", "LIST", "stop bits to try (default 1,2)",
+         [](HostOptions& o, const std::string& v) { o.discovery.stopBits = parseStopBitsList(v); }},
+        {"stations", "LIST", "stations to try, numbers and ranges such as 1-8 (default 1-32)",
+         [](HostOptions& o, const std::string& v) { o.discovery.stations = parseStations(v); }},
+        {"families", "LIST", "frame families to try (default local,remote)",
+         [](HostOptions& o, const std::string& v) { o.discovery.families = parseFamilies(v); }},
+        {"first", nullptr, "stop at the first combination that answers",
+         [](HostOptions& o, const std::string&) { o.discovery.first = true; }},
 
         tools::heading<HostOptions>("Several ports"),
         // Handled by parseCommandLine itself: it starts a port.
@@ -224,7 +244,11 @@ CommandLine parseCommandLine(int argc, char** argv) {
     const std::vector<Rule> rules = hostOptionTable();
     CommandLine line;
     HostOptions common;
-    for (const tools::Arg& arg : tools::parseArgs(argc, argv, rules)) {
+    const std::vector<tools::Arg> args = tools::parseArgs(argc, argv, rules);
+    checkDiscoveryArgs(std::any_of(args.begin(), args.end(),
+                                   [](const tools::Arg& arg) { return arg.name == "discover"; }),
+                       args);
+    for (const tools::Arg& arg : args) {
         HostOptions& target = line.ports.empty() ? common : line.ports.back();
         if (arg.name == "port") {
             HostOptions port = common;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "command_line.h"
+#include "discovery_options.h"
 #include "korvan_qa_qb_series_port.h"
 #include "serial_line.h"
 #include "tcp.h"
@@ -49,6 +50,7 @@ struct HostOptions {
     bool trace = false;
     std::string pcapFile;  // empty: no capture
     std::string imageDump;
+    DiscoveryOptions discovery;
     bool help = false;
 };
 

@@ -28,20 +28,28 @@ Link::Link(const HostOptions& options)
         case PortKind::StartedSimulator:
             simulator_ = std::make_unique<StartedSimulator>(options.simulatorOptions);
             fd_ = tools::openSerialDevice(simulator_->devicePath(), line_);
-            description_ = "simulated PLC on " + simulator_->devicePath();
+            place_ = "simulated PLC on " + simulator_->devicePath();
             break;
         case PortKind::SerialDevice:
             fd_ = tools::openSerialDevice(options.devicePath, line_);
-            description_ = options.devicePath;
+            place_ = options.devicePath;
             break;
         case PortKind::Tcp:
             fd_ = tools::connectTcp(options.endpoint, kConnectTimeoutMs);
             serial_ = false;
-            description_ = "TCP " + tools::describeEndpoint(options.endpoint);
+            place_ = "TCP " + tools::describeEndpoint(options.endpoint);
             break;
     }
+    description_ = place_;
     if (serial_) {
         description_ += " at " + tools::describeLine(line_);
+    }
+}
+
+void Link::setLine(const tools::LineSettings& line) {
+    if (serial_) {
+        tools::configureLine(fd_.get(), line);
+        line_ = line;
     }
 }
 

@@ -28,6 +28,11 @@ public:
     const tools::Bytes& exchange(const std::uint8_t* request, std::size_t length, int replyLength,
                                  bool lineSettled);
 
+    // Gives a serial line other settings, for the exchanges that follow.
+    void setLine(const tools::LineSettings& line);
+    // The frame family the capture names the requests that follow by.
+    void setFamily(tools::FrameFamily family) { family_ = family; }
+
     // Waits up to `timeoutMs` for a late answer of up to `length` bytes and drops what comes.
     void dropLateReply(std::size_t length, int timeoutMs);
 
@@ -41,6 +46,8 @@ public:
     // The time the request and its reply take on the line, plus the turnaround.
     int replyTimeoutMs(std::size_t requestLength, int replyLength) const;
     const std::string& description() const { return description_; }
+    // The description without the line settings.
+    const std::string& place() const { return place_; }
 
 private:
     void drop(const tools::Bytes& bytes);
@@ -52,6 +59,7 @@ private:
     bool serial_ = true;
     tools::LineSettings line_;
     int turnaroundMs_ = 0;
+    std::string place_;
     std::string description_;
     tools::Bytes reply_;
     tools::Bytes dropped_;

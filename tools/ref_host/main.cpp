@@ -12,6 +12,7 @@
 
 #include "address_check.h"
 #include "command_line.h"
+#include "discovery.h"
 #include "driver_library.h"
 #include "host_options.h"
 #include "image_values.h"
@@ -149,6 +150,16 @@ int runPorts(const refhost::CommandLine& line) {
     return status;
 }
 
+// A discovery on the one line of the command line.
+int runDiscovery(const refhost::HostOptions& options) {
+    const volatile std::sig_atomic_t& stop = tools::stopOnSignals();
+    refhost::DriverLibrary library(libraryPath(options));
+    refhost::Link link(options);
+    const int status = refhost::discover(library.api(), link, options, stop);
+    link.stopSimulator();
+    return status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -157,6 +168,9 @@ int main(int argc, char** argv) {
         if (line.help) {
             std::cout << refhost::hostUsage();
             return 0;
+        }
+        if (line.ports.front().discovery.enabled) {
+            return runDiscovery(line.ports.front());
         }
         for (const refhost::HostOptions& port : line.ports) {
             if (port.variables.empty() && port.writes.empty()) {

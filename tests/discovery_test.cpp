@@ -1,0 +1,158 @@
+// Finding a PLC's line settings: the host's --discover against a simulator that, like a real
+// UART, takes a request sent at other settings than its own for garbage.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <regex>
+#include <sstream>
+
+#include "serial_line.h"
+#include "tool_processes.h"
+
+namespace {
+
+using namespace tooltest;
+
+// A pseudo-terminal pair shares one set of settings: what one end sets, the other reads, the
+// parity included, which the pseudo-terminal itself does not keep. Each row changes every
+// setting of the one before; 7 data bits read as the 8 a pseudo-terminal always carries.
+TEST(Discovery, APseudoTerminalCarriesTheSettingsOneEndSetsToTheOther) {
+    const auto line = [](int baud, int dataBits, char parity, int stopBits) {
+        tools::LineSettings s;
+        s.baud = baud;
+        s.dataBits = dataBits;
+        s.parity = parity;
+        s.stopBits = stopBits;
+        return s;
+    };
+    // set by the host's end, read at the simulator's
+    const std::pair<tools::LineSettings, tools::LineSettings> cases[] = {
+        {line(19200, 8, 'E', 1), line(19200, 8, 'E', 1)},
+        {line(38400, 8, 'O', 2), line(38400, 8, 'O', 2)},
+        {line(2400, 8, 'N', 1), line(2400, 8, 'N', 1)},
+        {line(115200, 7, 'E', 2), line(115200, 8, 'E', 2)},
+        {line(9600, 8, 'N', 1), line(9600, 8, 'N', 1)},
+    };
+    const tools::PseudoTerminal pty = tools::openPseudoTerminal(line(4800, 8, 'O', 1));
+    EXPECT_EQ(tools::lineSettingsOf(pty.master.get()), line(4800, 8, 'O', 1));
+    for (const auto& [set, read] : cases) {
+        SCOPED_TRACE(tools::describeLine(set));
+        const tools::UniqueFd host = tools::openSerialDevice(pty.path, set);
+        EXPECT_EQ(tools::describeLine(tools::lineSettingsOf(pty.master.get())),
+                  tools::describeLine(read));
+    }
+}
+
+// What a discovery printed as JSON lines: each combination that answered, in a word, and the
+// summary.
+struct Discovered {
+    int exitCode = -1;
+    std::string errors;
+    Texts found;
+    J summary;
+};
+
+Discovered discover(const std::string& device, const Texts& options) {
+    Texts args{"--device", device, "--discover", "--turnaround", kTurnaround, "--format", "json"};
+    args.insert(args.end(), options.begin(), options.end());
+    Process host(KORVAN_REF_HOST, args);
+    Discovered d;
+    d.exitCode = host.finish();
+    d.errors = host.err();
+    std::istringstream lines(host.out());
+    for (std::string text; std::getline(lines, text);) {
+        const J o = J::parse(text, nullptr, false);
+        if (o.contains("summary")) {
+            d.summary = o["summary"];
+            continue;
+        }
+        std::ostringstream found;
+        found << o.value("baud", 0) << " " << o.value("data_bits", 0)
+              << static_cast<char>(std::toupper(o.value("parity", "?")[0]))
+              << o.value("stop_bits", 0) << " " << o.value("family", "?") << " "
+              << o.value("station", 0);
+        d.found.push_back(found.str());
+        EXPECT_GE(o.value("reply_ms", -1.0), 0.0) << text;
+    }
+    return d;
+}
+
+// A simulator at 19200 baud, even parity, station 7 answers those settings and that station
+// only, in both frame families; and it receives nothing at any other settings: it counts
+// requests only from the tries at its own.
+TEST(Discovery, FindsTheSimulatorsSettingsAndOnlyThose) {
+    // clang-format off
+    const std::tuple<Texts, int, Texts, int, int> cases[] = {
+        // By baud rate, then parity, station and family: 19200 8E1 comes 25th and 26th.
+        {{"--bauds", "9600,19200,38400", "--parities", "none,even", "--stop-bits-list", "1",
+          "--stations", "6-8", "--families", "local,remote"},
+         0, {"19200 8E1 local 7", "19200 8E1 remote 7"}, 36, 36},
+        {{"--bauds", "19200,38400", "--parities", "none,even", "--stop-bits-list", "1",
+          "--stations", "6-8", "--first"},
+         0, {"19200 8E1 local 7"}, 9, 24},
+        // Stop bits before parity: 8O2, 8E2, 8O1, 8E1.
+        {{"--bauds", "19200", "--parities", "odd,even", "--stop-bits-list", "2,1", "--stations",
+          "7", "--families", "local"},
+         0, {"19200 8E1 local 7"}, 4, 4},
+        {{"--bauds", "9600", "--parities", "even", "--stop-bits-list", "1", "--stations", "7",
+          "--families", "remote"},
+         3, {}, 1, 1},
+    };
+    // clang-format on
+    Simulator sim({"--pty", "--baud", "19200", "--parity", "even", "--stations", "7"});
+    for (const auto& [options, exitCode, found, tries, combinations] : cases) {
+        SCOPED_TRACE(::testing::PrintToString(options));
+        const Discovered d = discover(sim.endpoint, options);
+        EXPECT_EQ(d.exitCode, exitCode) << d.errors;
+        EXPECT_EQ(d.found, found);
+        EXPECT_EQ(d.summary.value("tries", -1), tries);
+        EXPECT_EQ(d.summary.value("combinations", -1), combinations);
+        EXPECT_EQ(d.summary.value("answered", -1), static_cast<int>(found.size()));
+        EXPECT_NE(d.errors.find(exitCode == 0 ? "answered;" : "nothing answered;"),
+                  std::string::npos)
+            << d.errors;
+    }
+    ASSERT_TRUE(sim.stop());
+    // The tries at 19200 8E1: 6, 3, 1 and none.
+    std::smatch counts;
+    const std::string summary = sim.err();
+    ASSERT_TRUE(std::regex_search(
+        summary, counts, std::regex("(\\d+) requests, (\\d+) replies.* (\\d+) bytes discarded")))
+        << summary;
+    EXPECT_EQ(counts[1], "10");
+    EXPECT_EQ(counts[2], "4");
+    EXPECT_NE(counts[3], "0");
+}
+
+// A discovery takes its settings as lists, and nothing a discovery has no use for.
+TEST(Discovery, RefusesWhatDoesNotGoWithIt) {
+    // clang-format off
+    const std::pair<Texts, std::string> cases[] = {
+        {{"--discover", "14:0"}, "--discover reads a word of its own: give no variables ('14:0')"},
+        {{"--discover", "--baud", "19200"},
+         "--baud does not go with --discover: list what to try with --bauds"},
+        {{"--discover", "--remote-mode"},
+         "--remote-mode does not go with --discover: list what to try with --families"},
+        {{"--discover", "--scans", "3"}, "--scans does not go with --discover"},
+        {{"--discover", "--tcp", "127.0.0.1:1"}, "--tcp does not go with --discover"},
+        {{"--discover", "--port", "a"}, "--port does not go with --discover"},
+        {{"--first", "14:0"}, "--first goes with --discover"},
+        {{"--discover", "--stations", "9-3"}, "--stations takes a range from low to high, not '9-3'"},
+        {{"--discover", "--stations", "1-256"}, "station must be a number from 1 to 255"},
+        {{"--discover", "--stations", "1,,2"}, "station must be a number from 1 to 255"},
+        {{"--discover", "--bauds", "9600,9601"}, "baud rate 9601 is not one of"},
+        {{"--discover", "--parities", "even,mark"}, "--parities takes none, even and odd, not 'mark'"},
+        {{"--discover", "--stop-bits-list", "1,3"}, "--stop-bits-list must be a number from 1 to 2"},
+        {{"--discover", "--families", "local,serial"},
+         "--families takes local and remote, not 'serial'"},
+    };
+    // clang-format on
+    for (const auto& [args, message] : cases) {
+        SCOPED_TRACE(message);
+        const HostRun run = runHost(args);
+        EXPECT_EQ(run.exitCode, 2);
+        EXPECT_NE(run.errors.find(message), std::string::npos) << run.errors;
+    }
+}
+
+}  // namespace
