@@ -184,7 +184,7 @@ int addOnceReadNormalised(RW_VAR* var) {
     if (var->station == 0) {
         return 0;
     }
-    PLC_driver.update_rw_var(var);
+    toWordUnits(var->area, var->address, var->count);
 
     MutexLock lock(PLC_driver.listMutex);
     try {
