@@ -104,7 +104,7 @@ void countScan(Communication_Protocol& d, ComInfo& info) {
 
 // A good reply: the exchange goes on with its next frame, or is complete.
 RW_VAR* advance(Communication_Protocol& d, ComInfo& info, int code, bool local) {
-    setCommFailed(false);
+    setCommFailed(d, false);
     if (advanceExchange(d.requestQueue, info)) {
         return finish(d, code);  // the next frame of the exchange is the new head
     }
@@ -125,7 +125,7 @@ RW_VAR* retryOrAbandon(Communication_Protocol& d, ComInfo& info, int code, bool 
     if (retryExchange(d.requestQueue, info)) {
         return finish(d, korvan::kResultRetry);
     }
-    setCommFailed(true);
+    setCommFailed(d, true);
     MutexLock lock(d.listMutex);
     d.scanCount = 0;
     info.scanDone = 0;

@@ -18,7 +18,7 @@ void write_register(const RW_VAR& var) {
     } else {
         write_analog(var);
     }
-    if (!isCommFailed() && fitsLocalWriteFrame(var)) {
+    if (!isCommFailed(PLC_driver) && fitsLocalWriteFrame(var)) {
         write_data_to_local(var);
     }
 }
