@@ -7,6 +7,7 @@
 // The length byte counts the whole frame, itself and the checksum included, modulo 256; the
 // checksum is the low byte of the sum of every byte before it. Write payloads go out as held.
 // Replies have the local format. These frames are built in their own byte array, not frameBuf.
+// This module also starts the exchanges of the remote family.
 #include "base/Communication_Protocol.h"
 #include "base/areas.h"
 #include "base/driver_functions.h"
@@ -71,4 +72,11 @@ Protocol remoteWriteRequest(const RW_VAR& var) {
 void Remote_ReadVar(const RW_VAR& var) {
     const Protocol request = remoteReadRequest(var);
     startExchange(PLC_driver, request);
+}
+
+// A remote write shows in the image as soon as it is on its way, whatever the link's state.
+void Remote_WriteVar(const RW_VAR& var) {
+    const Protocol request = remoteWriteRequest(var);
+    startExchange(PLC_driver, request);
+    write_data_to_local(var);
 }
