@@ -8,13 +8,15 @@
 // checksum is the low byte of the sum of every byte before it. Write payloads go out as held.
 // Replies have the local format. These frames are built in their own byte array, not frameBuf.
 // This module also starts the exchanges of the remote family.
+#include "codec/Func_Remote.h"
+
 #include "base/Communication_Protocol.h"
 #include "base/areas.h"
-#include "base/driver_functions.h"
 #include "base/exchange.h"
 #include "base/wrapping.h"
 #include "codec/byte_order.h"
 #include "codec/frames.h"
+#include "image/Func_GetOrSetData.h"
 
 namespace {
 

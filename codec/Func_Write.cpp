@@ -5,17 +5,19 @@
 //
 // The address is never scaled: a bit write carries the bit address, a word write the word
 // address. Word payloads are held low byte first and sent high byte first.
+#include "codec/Func_Write.h"
+
 #include <cstring>
 
 #include "base/Communication_Protocol.h"
 #include "base/areas.h"
 #include "base/comm_failed.h"
-#include "base/driver_functions.h"
 #include "base/exchange.h"
 #include "codec/bit_word_write.h"
 #include "codec/frames.h"
 #include "codec/function_codes.h"
 #include "codec/write_header.h"
+#include "image/Func_GetOrSetData.h"
 
 namespace {
 

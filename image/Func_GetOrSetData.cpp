@@ -1,5 +1,5 @@
 // The host's reads and writes of the register image.
-#include "base/driver_functions.h"
+#include "image/Func_GetOrSetData.h"
 
 #include <climits>
 #include <cstring>

@@ -1,7 +1,7 @@
 // The variable lists: configuration, address texts, registration, the read-list rebuild and
 // grouping. The work is done by the helpers beside this file (address_text, once_read_planning,
 // read_planning, block_grouping); the functions here hand them the driver's lists and port record.
-#include "base/driver_functions.h"
+#include "lists/Func_Initi.h"
 
 #include <algorithm>
 
