@@ -10,24 +10,24 @@
 #include "codec/bit_word_write.h"
 #include "image/cache_key.h"
 
+// The walk stops when the next word would start at or beyond the end of the span; a word whose
+// second byte would lie beyond the reply's bytes is not read.
 void storeReply(QHash<quint64, quint16>& cache, const Protocol& request, ReplyBytes reply) {
     if (request.dataOffset < 0 || request.dataLength <= 0) {
         return;
     }
     const int area = imageArea(request.var.area);
-    // Reply handling has matched the reply's length to the request; a shorter reply would still
-    // store only the whole words it holds.
-    const qint64 end = qMin(static_cast<qint64>(request.dataOffset) + request.dataLength,
-                            static_cast<qint64>(reply.size));
+    const qint64 spanEnd = static_cast<qint64>(request.dataOffset) + request.dataLength;
+    const qint64 startsBefore = qMin<qint64>(spanEnd, reply.size - 1);
     const unsigned char* bytes = reply.data;
     quint64 key = cacheKey(cacheKeyBase(request.var.station, area), request.var.address);
     qint64 at = request.dataOffset;
     if (static_cast<unsigned int>(area) <= static_cast<unsigned int>(korvan::kAreaLastBit)) {
-        for (; at + kBytesPerWord <= end; at += kBytesPerWord, ++key) {
+        for (; at < startsBefore; at += kBytesPerWord, ++key) {
             cache.insert(key, static_cast<quint16>(bytes[at] | bytes[at + 1] << 8));
         }
     } else {
-        for (; at + kBytesPerWord <= end; at += kBytesPerWord, ++key) {
+        for (; at < startsBefore; at += kBytesPerWord, ++key) {
             cache.insert(key, static_cast<quint16>(bytes[at] << 8 | bytes[at + 1]));
         }
     }

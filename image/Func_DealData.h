@@ -9,7 +9,8 @@
 #include "korvan_qa_qb_series_port.h"
 
 // Stores the data of a validated read reply to `request` into `cache`, word by word; the caller
-// holds the cache's lock. Only whole words within the reply are stored.
+// holds the cache's lock. The reply's data span the request's dataLength bytes from dataOffset: a
+// word that starts inside the span is stored, provided both its bytes are among the reply's.
 void storeReply(QHash<quint64, quint16>& cache, const Protocol& request, ReplyBytes reply);
 
 // Stores the data of a validated read reply to the head request into registerCache; the caller
