@@ -53,7 +53,7 @@ Protocol* pendingBitWordWrite(Communication_Protocol& d) {
 
 bool lastFrameOfExchange(const Communication_Protocol& d) {
     const ComInfo* info = d.comInfo;
-    return info != nullptr && info->framesAnswered + 1 >= info->framesInExchange;
+    return info != nullptr && qint64{info->framesAnswered} + 1 >= info->framesInExchange;
 }
 
 bool advanceExchange(Communication_Protocol& d) {
