@@ -24,9 +24,13 @@ void startExchange(Communication_Protocol& d, const Protocol& first, const Proto
 // Out of memory while an exchange was being built: nothing of it stays queued or counted.
 void dropExchange(Communication_Protocol& d);
 
-// The request to be sent or answered now, or null when nothing is queued.
-inline Protocol* headRequest(Communication_Protocol& d) {
-    return d.requestQueue.isEmpty() ? nullptr : &d.requestQueue.first();
+// Whether a request is queued, and the one to be sent or answered now, which only a queued one
+// has.
+inline bool requestQueued(const Communication_Protocol& d) {
+    return !d.requestQueue.isEmpty();
+}
+inline Protocol& headRequest(Communication_Protocol& d) {
+    return d.requestQueue.first();
 }
 
 // The write frame of a bit-in-word write whose word read is the head: the second frame queued.

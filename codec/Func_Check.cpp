@@ -130,9 +130,10 @@ Verdict judgeReply(const Protocol& head, const QByteArray* reply, int length) {
 }
 
 int CheckGetData(const QByteArray* reply) {
-    const Protocol* head = headRequest(PLC_driver);
-    if (head == nullptr) {
+    Communication_Protocol& d = PLC_driver;
+    if (!requestQueued(d)) {
         return kReplyInvalid;
     }
-    return checkReply(head->var, receivedBytes(reply, reply != nullptr ? reply->size() : 0));
+    return checkReply(headRequest(d).var,
+                      receivedBytes(reply, reply != nullptr ? reply->size() : 0));
 }

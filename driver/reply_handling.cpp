@@ -149,15 +149,15 @@ RW_VAR* DataCom(QByteArray* reply, int length) {
     Communication_Protocol& d = PLC_driver;
     d.retVar.result = korvan::kResultGood;
     ComInfo* info = d.comInfo;
-    const Protocol* head = headRequest(d);
-    if (head == nullptr || info == nullptr) {
+    if (!requestQueued(d) || info == nullptr) {
         return &d.retVar;
     }
 
-    bool local = head->var.port == info->portId;
+    const Protocol& head = headRequest(d);
+    bool local = head.var.port == info->portId;
     int code = korvan::kResultJudgingFailed;
     try {
-        code = takeReply(d, *head, reply, length, local);
+        code = takeReply(d, head, reply, length, local);
     } catch (...) {
         local = true;  // judged as a bad local reply
     }

@@ -52,7 +52,7 @@ int takeReply(Communication_Protocol& d, const Protocol& head, const QByteArray*
             }
             // The word read of a remote bit-in-word write is good as a local reply while its
             // write is still to come.
-            if (!lastFrameOfExchange(d)) {
+            if (!local && !lastFrameOfExchange(d)) {
                 return resultCode(kLocalGood, owner);
             }
             break;
@@ -61,13 +61,13 @@ int takeReply(Communication_Protocol& d, const Protocol& head, const QByteArray*
 }
 
 int DealDataOfLocalArea(QByteArray* reply, int length) {
-    const Protocol* head = headRequest(PLC_driver);
-    return head == nullptr ? GetDriverReturnValue(kLocalInvalid)
-                           : takeReply(PLC_driver, *head, reply, length, true);
+    Communication_Protocol& d = PLC_driver;
+    return requestQueued(d) ? takeReply(d, headRequest(d), reply, length, true)
+                            : GetDriverReturnValue(kLocalInvalid);
 }
 
 int DealDataOfRemoteArea(QByteArray* reply, int length) {
-    const Protocol* head = headRequest(PLC_driver);
-    return head == nullptr ? GetDriverReturnValue(kRemoteInvalid)
-                           : takeReply(PLC_driver, *head, reply, length, false);
+    Communication_Protocol& d = PLC_driver;
+    return requestQueued(d) ? takeReply(d, headRequest(d), reply, length, false)
+                            : GetDriverReturnValue(kRemoteInvalid);
 }

@@ -12,8 +12,7 @@ constexpr int kUnknownKindResult = 200;
 constexpr int kNoOwner = -1;
 
 int headOwner(Communication_Protocol& d) {
-    const Protocol* head = headRequest(d);
-    return head == nullptr ? kNoOwner : head->var.ownerId;
+    return requestQueued(d) ? headRequest(d).var.ownerId : kNoOwner;
 }
 
 }  // namespace

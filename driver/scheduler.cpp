@@ -78,8 +78,8 @@ void startNextExchange(Communication_Protocol& d, const ComInfo& info) {
 
 Protocol* ComCommunication() {
     Communication_Protocol& d = PLC_driver;
-    if (Protocol* head = headRequest(d)) {
-        return head;
+    if (requestQueued(d)) {
+        return &headRequest(d);
     }
     ComInfo* info = d.comInfo;
     if (info == nullptr) {
@@ -92,8 +92,8 @@ Protocol* ComCommunication() {
         // Out of memory while building: the entry stays where it was, nothing is sent.
         dropExchange(d);
     }
-    if (Protocol* head = headRequest(d)) {
-        return head;
+    if (requestQueued(d)) {
+        return &headRequest(d);
     }
     // scanDone is also reset by a rebuild on a host thread, so it changes under listMutex.
     resetBursts(d);

@@ -35,14 +35,14 @@ void storeReply(QHash<quint64, quint16>& cache, const Protocol& request, ReplyBy
 
 void SaveToLocalDataErea(QByteArray* reply) {
     Communication_Protocol& d = PLC_driver;
-    const Protocol* head = headRequest(d);
-    if (reply == nullptr || head == nullptr) {
+    if (reply == nullptr || !requestQueued(d)) {
         return;
     }
-    if (isBitWordRead(*head)) {
+    const Protocol& head = headRequest(d);
+    if (isBitWordRead(head)) {
         SpecialRegisterSave(reply);
     } else {
-        storeReply(d.registerCache, *head, replyBytes(*reply));
+        storeReply(d.registerCache, head, replyBytes(*reply));
     }
 }
 

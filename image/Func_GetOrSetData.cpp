@@ -11,6 +11,7 @@
 #include "base/wrapping.h"
 #include "codec/bit_word_write.h"
 #include "image/cache_key.h"
+#include "lists/address_text.h"
 #include "lists/write_list.h"
 
 // Host reads: GetRegisterData copies words or bits out of the register image. It never waits for
@@ -68,7 +69,7 @@ int GetRegisterData(QString, int area, QString address, int station, QByteArray*
     if (buffer == nullptr) {
         return korvan::kAddressNotParsed;
     }
-    const int first = StringAddressToInt(area, address);
+    const int first = parseAddress(area, address);
     const bool valid = first >= 0;
     const bool bitForm = valid && isBitForm(area);
     if (count < 0) {
@@ -162,10 +163,14 @@ void mirrorBit(QHash<quint64, quint16>& cache, quint64 base, qint64 bitAddress, 
     word = withBits(word, bitMask(bitAddress), on);
 }
 
-void mirror(QHash<quint64, quint16>& cache, const RW_VAR& record) {
+// The record's value written into the image, under its lock.
+void mirror(Communication_Protocol& d, const RW_VAR& record) {
     const quint64 base = cacheKeyBase(record.station, record.area);
     const qint64 first = record.address;
     const QByteArray& data = record.data;
+
+    MutexLock lock(d.cacheMutex);
+    QHash<quint64, quint16>& cache = d.registerCache;
     if (isBitArea(record.area)) {
         // Only the bits the payload carries: a count beyond it has nothing to mirror.
         const qint64 bits = qMin<qint64>(record.count, qint64{data.size()} * kBitsPerByte);
@@ -187,11 +192,6 @@ void mirror(QHash<quint64, quint16>& cache, const RW_VAR& record) {
     }
 }
 
-void mirrorLocked(Communication_Protocol& d, const RW_VAR& record) {
-    MutexLock lock(d.cacheMutex);
-    mirror(d.registerCache, record);
-}
-
 // A record for the PLC is queued (the caller holds listMutex); the image shows it at once when
 // it is not for the PLC, or while the link is down (write_register does not mirror then).
 void issue(RW_VAR& record, const HostWrite& w) {
@@ -201,7 +201,7 @@ void issue(RW_VAR& record, const HostWrite& w) {
             return;
         }
     }
-    mirrorLocked(w.d, record);
+    mirror(w.d, record);
 }
 
 void issueBits(RW_VAR& record, const HostBuffer& in, int count, const HostWrite& w) {
@@ -275,7 +275,7 @@ int writeListSize(Communication_Protocol& d) {
 int SetRegisterData(QString nameText, int area, QString address, int station, QByteArray* values,
                     int count, int ownerId, int itemId) {
     Communication_Protocol& d = PLC_driver;
-    const int first = StringAddressToInt(area, address);
+    const int first = parseAddress(area, address);
     const ComInfo* info = d.comInfo;
     if (first < 0 || info == nullptr) {
         return korvan::kAddressNotParsed;
@@ -314,7 +314,7 @@ int SetRegisterData(QString nameText, int area, QString address, int station, QB
 }
 
 void write_data_to_local(const RW_VAR& record) {
-    mirrorLocked(PLC_driver, record);
+    mirror(PLC_driver, record);
 }
 
 // Kept for hosts that ask whether the driver has finished a job: it always has.
