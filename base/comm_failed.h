@@ -9,13 +9,12 @@
 
 #include "base/Communication_Protocol.h"
 
-inline bool isCommFailed() {
-    return __atomic_load_n(&PLC_driver.commFailed, __ATOMIC_RELAXED) != 0;
+inline bool isCommFailed(const Communication_Protocol& d) {
+    return __atomic_load_n(&d.commFailed, __ATOMIC_RELAXED) != 0;
 }
 
-inline void setCommFailed(bool failed) {
-    __atomic_store_n(&PLC_driver.commFailed, static_cast<unsigned char>(failed ? 1 : 0),
-                     __ATOMIC_RELAXED);
+inline void setCommFailed(Communication_Protocol& d, bool failed) {
+    __atomic_store_n(&d.commFailed, static_cast<unsigned char>(failed ? 1 : 0), __ATOMIC_RELAXED);
 }
 
 #endif

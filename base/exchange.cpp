@@ -1,6 +1,8 @@
 // The exchange in progress: its queued requests, counters, source list and bursts.
 #include "base/exchange.h"
 
+#include "base/mutex_lock.h"
+
 namespace {
 
 void countFrames(ComInfo* info, int frames) {
@@ -34,19 +36,41 @@ void dropExchange(Communication_Protocol& d) {
     countFrames(d.comInfo, 0);
 }
 
-bool advanceExchange(QList<Protocol>& queue, ComInfo& info) {
+// The scheduler kept the write at the front of writeList when it started the exchange; a host
+// thread may be appending to the list meanwhile.
+Protocol* pendingBitWordWrite(Communication_Protocol& d) {
+    if (d.requestQueue.size() < 2) {
+        return nullptr;
+    }
+    {
+        MutexLock lock(d.listMutex);
+        if (d.writeList.isEmpty()) {
+            return nullptr;
+        }
+    }
+    return &d.requestQueue[1];
+}
+
+bool lastFrameOfExchange(const Communication_Protocol& d) {
+    const ComInfo* info = d.comInfo;
+    return info != nullptr && qint64{info->framesAnswered} + 1 >= info->framesInExchange;
+}
+
+bool advanceExchange(Communication_Protocol& d) {
+    ComInfo& info = *d.comInfo;
     ++info.framesAnswered;
-    queue.removeFirst();
+    d.requestQueue.removeFirst();
     return info.framesAnswered < info.framesInExchange;
 }
 
-bool retryExchange(QList<Protocol>& queue, ComInfo& info) {
+bool retryExchange(Communication_Protocol& d) {
+    ComInfo& info = *d.comInfo;
     ++info.retryCount;
     if (info.retryCount <= info.retryLimit) {
         return true;
     }
     info.retryCount = 0;
-    queue.clear();
+    d.requestQueue.clear();
     return false;
 }
 

@@ -3,7 +3,8 @@
 //
 // Only the polling thread changes these: ComCommunication starts an exchange, DataCom advances,
 // retries or abandons it, and the host calls the two in turn. Frame builders make the requests;
-// they are queued here, never by the builders themselves.
+// they are queued here, never by the builders themselves. Whoever needs a queued request asks for
+// it here: nothing else reads the queue.
 #ifndef KORVAN_BASE_EXCHANGE_H
 #define KORVAN_BASE_EXCHANGE_H
 
@@ -23,14 +24,33 @@ void startExchange(Communication_Protocol& d, const Protocol& first, const Proto
 // Out of memory while an exchange was being built: nothing of it stays queued or counted.
 void dropExchange(Communication_Protocol& d);
 
+// Whether a request is queued, and the one to be sent or answered now, which only a queued one
+// has.
+inline bool requestQueued(const Communication_Protocol& d) {
+    return !d.requestQueue.isEmpty();
+}
+inline Protocol& headRequest(Communication_Protocol& d) {
+    return d.requestQueue.first();
+}
+
+// The write frame of a bit-in-word write whose word read is the head: the second frame queued.
+// Null unless it is queued and writeList still holds a write for it to serve, which is asked
+// under listMutex, so the caller holds no lock. Whether the head is that read is the caller's to
+// know.
+Protocol* pendingBitWordWrite(Communication_Protocol& d);
+
+// Whether the head is the last frame of its exchange by the port record's counters; false
+// without a port record.
+bool lastFrameOfExchange(const Communication_Protocol& d);
+
 // The head request was answered well: it leaves the queue and counts as answered. Returns whether
-// frames of the exchange remain; the next one is then the new head.
-bool advanceExchange(QList<Protocol>& queue, ComInfo& info);
+// frames of the exchange remain; the next one is then the new head. d.comInfo is set.
+bool advanceExchange(Communication_Protocol& d);
 
 // The head request was answered badly. Returns whether the port's retries last, in which case the
 // head stays to be offered again. Otherwise the exchange is abandoned: every queued frame is
-// dropped and the retry count starts again from 0.
-bool retryExchange(QList<Protocol>& queue, ComInfo& info);
+// dropped and the retry count starts again from 0. d.comInfo is set.
+bool retryExchange(Communication_Protocol& d);
 
 // Whether a write (or a once-read) may start: fewer than kBurstLimit of them since the last reset.
 bool burstLeft(const Communication_Protocol& d, int source);

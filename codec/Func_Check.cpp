@@ -1,8 +1,9 @@
 // Checksums, digit helpers and the validation of replies.
+#include "codec/Func_Check.h"
+
 #include "base/Communication_Protocol.h"
-#include "base/driver_functions.h"
+#include "base/exchange.h"
 #include "base/wrapping.h"
-#include "codec/frames.h"
 
 // Check values of frames. Local frames and every reply end in a CRC-16 (the Modbus
 // parameters: reflected polynomial 0xA001, initial value 0xFFFF, no final XOR), sent low byte
@@ -78,37 +79,61 @@ int ASCIIToDigital(int character) {
     return character <= 0x3F ? character - 0x30 : character - 0x37;
 }
 
-// Validation of a reply: the station byte and the CRC.
-namespace {
+// Validation of a reply: its length, the station byte and the CRC.
 
-unsigned int byteAt(const QByteArray& bytes, int index) {
-    return static_cast<unsigned char>(bytes.at(index));
-}
-
-}  // namespace
-
-int checkReply(const RW_VAR& request, const QByteArray* reply) {
+int checkReply(const RW_VAR& request, ReplyBytes reply) {
     if (request.station == kBroadcastStation) {
         return kReplyNothingToStore;  // a broadcast gets no answer
     }
-    if (reply == nullptr || reply->size() < kMinReplyLength) {
+    const int size = reply.size;
+    if (reply.data == nullptr || size < kMinReplyLength) {
         return kReplyInvalid;
     }
-    const int size = reply->size();
-    if (static_cast<int>(byteAt(*reply, 0)) != request.station) {
+    const unsigned char* bytes = reply.data;
+    if (static_cast<int>(bytes[0]) != request.station) {
         return kReplyInvalid;
     }
     // CalCRC does not write through its pointer. Its count is 16 bits wide: a reply longer than
     // any frame is checked over a shortened count and fails, without reading past its end.
-    auto* bytes = reinterpret_cast<unsigned char*>(const_cast<char*>(reply->constData()));
-    const unsigned int crc = CalCRC(bytes, static_cast<unsigned short>(size - kCrcLength));
+    const unsigned int crc =
+        CalCRC(const_cast<unsigned char*>(bytes), static_cast<unsigned short>(size - kCrcLength));
     if (crc != bytes[size - 2] + 256u * bytes[size - 1]) {
         return kReplyInvalid;
     }
     return request.direction != 0 ? kReplyNothingToStore : kReplyStore;
 }
 
+// The count alone tells whether anything arrived and whether it is as long as expected. The
+// host's count is checked against the bytes it really handed over, so a count that claims more
+// never leads to reading past them.
+Verdict judgeReply(const Protocol& head, const QByteArray* reply, int length) {
+    if (reply == nullptr) {
+        length = 0;
+    }
+    if (length == 0 && head.replyLength != korvan::kReplyNone) {
+        return Verdict::NothingReceived;
+    }
+    if (head.replyLength != length && head.replyLength != korvan::kReplyAnyLength) {
+        return Verdict::WrongLength;
+    }
+    if (length < 0 || length > (reply != nullptr ? reply->size() : 0)) {
+        return Verdict::WrongLength;
+    }
+    const int content = checkReply(head.var, receivedBytes(reply, length));
+    if (content == kReplyInvalid) {
+        return Verdict::Invalid;
+    }
+    if (isBitWordRead(head)) {
+        return Verdict::CompletesWrite;
+    }
+    return content == kReplyStore ? Verdict::Store : Verdict::NothingToStore;
+}
+
 int CheckGetData(const QByteArray* reply) {
-    const QList<Protocol>& queue = PLC_driver.requestQueue;
-    return queue.isEmpty() ? kReplyInvalid : checkReply(queue.first().var, reply);
+    Communication_Protocol& d = PLC_driver;
+    if (!requestQueued(d)) {
+        return kReplyInvalid;
+    }
+    return checkReply(headRequest(d).var,
+                      receivedBytes(reply, reply != nullptr ? reply->size() : 0));
 }

@@ -2,9 +2,10 @@
 // groups, so its address and count are scaled by 16 on the wire.
 //
 //   station | 0x1E or 0x20 | area code | address (24 bits) | count (16 bits) | CRC lo | CRC hi
+#include "codec/Func_Read.h"
+
 #include "base/Communication_Protocol.h"
 #include "base/areas.h"
-#include "base/driver_functions.h"
 #include "base/exchange.h"
 #include "base/wrapping.h"
 #include "codec/area_codes.h"

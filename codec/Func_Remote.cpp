@@ -7,13 +7,16 @@
 // The length byte counts the whole frame, itself and the checksum included, modulo 256; the
 // checksum is the low byte of the sum of every byte before it. Write payloads go out as held.
 // Replies have the local format. These frames are built in their own byte array, not frameBuf.
+// This module also starts the exchanges of the remote family.
+#include "codec/Func_Remote.h"
+
 #include "base/Communication_Protocol.h"
 #include "base/areas.h"
-#include "base/driver_functions.h"
 #include "base/exchange.h"
 #include "base/wrapping.h"
 #include "codec/byte_order.h"
 #include "codec/frames.h"
+#include "image/Func_GetOrSetData.h"
 
 namespace {
 
@@ -71,4 +74,11 @@ Protocol remoteWriteRequest(const RW_VAR& var) {
 void Remote_ReadVar(const RW_VAR& var) {
     const Protocol request = remoteReadRequest(var);
     startExchange(PLC_driver, request);
+}
+
+// A remote write shows in the image as soon as it is on its way, whatever the link's state.
+void Remote_WriteVar(const RW_VAR& var) {
+    const Protocol request = remoteWriteRequest(var);
+    startExchange(PLC_driver, request);
+    write_data_to_local(var);
 }

@@ -1,20 +1,23 @@
-// Local write frames.
+// Local write frames, and the write exchanges of the local family.
 //
 //   station | 0x1F or 0x21 | area code | address (24 bits) | count (16 bits) | payload length
 //   | payload | CRC lo | CRC hi
 //
 // The address is never scaled: a bit write carries the bit address, a word write the word
 // address. Word payloads are held low byte first and sent high byte first.
+#include "codec/Func_Write.h"
+
 #include <cstring>
 
 #include "base/Communication_Protocol.h"
 #include "base/areas.h"
-#include "base/driver_functions.h"
+#include "base/comm_failed.h"
 #include "base/exchange.h"
 #include "codec/bit_word_write.h"
 #include "codec/frames.h"
 #include "codec/function_codes.h"
 #include "codec/write_header.h"
+#include "image/Func_GetOrSetData.h"
 
 namespace {
 
@@ -90,4 +93,18 @@ void write_analog(const RW_VAR& var) {
 void write_analog_bit(const RW_VAR& var) {
     const BitWordWrite requests = bitWordWriteRequests(var, PLC_driver.frameBuf);
     startExchange(PLC_driver, requests.read, requests.write);
+}
+
+// The image shows a written value once it is on its way, before the PLC confirms it: unless the
+// link is down (SetRegisterData has mirrored it at once then), and never when the record is too
+// long for any frame (it is not sent).
+void write_register(const RW_VAR& var) {
+    if (var.area == korvan::kAreaBitOfWord) {
+        write_analog_bit(var);
+    } else {
+        write_analog(var);
+    }
+    if (!isCommFailed(PLC_driver) && fitsLocalWriteFrame(var)) {
+        write_data_to_local(var);
+    }
 }

@@ -10,6 +10,7 @@
 
 #include "base/Communication_Protocol.h"
 #include "base/areas.h"
+#include "codec/Func_Read.h"
 #include "codec/frames.h"
 #include "codec/function_codes.h"
 #include "codec/write_header.h"
@@ -25,15 +26,11 @@ constexpr int kWriteFrameLength = kWriteCrcAt + kCrcLength;
 constexpr int kReadReplyWordAt = kReplyHeaderLength;
 constexpr int kReadReplyLength = kReplyOverhead + kBytesPerWord;
 
-unsigned int byteAt(const QByteArray& bytes, int index) {
-    return static_cast<unsigned char>(bytes.at(index));
-}
-
 }  // namespace
 
-// The read is an ordinary one-word read, marked so that its reply completes the write instead of
-// being stored; it carries the whole record, as the write does. Both frames go even to station 0,
-// which answers them.
+// The read is an ordinary one-word read, marked (isBitWordRead) so that its reply completes the
+// write instead of being stored; it carries the whole record, as the write does. Both frames go
+// even to station 0, which answers them.
 BitWordWrite bitWordWriteRequests(const RW_VAR& var, unsigned char* f) {
     const int word = var.address >> kWordOfBitShift;
     BitWordWrite requests;
@@ -60,12 +57,12 @@ BitWordWrite bitWordWriteRequests(const RW_VAR& var, unsigned char* f) {
 }
 
 // The bit and its value come from the write request's own copy of the record.
-void completeBitWordWrite(Protocol& write, const QByteArray& reply) {
-    if (reply.size() < kReadReplyLength || write.frame.size() < kWriteFrameLength) {
+void completeBitWordWrite(Protocol& write, ReplyBytes reply) {
+    if (reply.size < kReadReplyLength || write.frame.size() < kWriteFrameLength) {
         return;
     }
-    const quint16 read = static_cast<quint16>(byteAt(reply, kReadReplyWordAt) << 8 |
-                                              byteAt(reply, kReadReplyWordAt + 1));
+    const quint16 read =
+        static_cast<quint16>(reply.data[kReadReplyWordAt] << 8 | reply.data[kReadReplyWordAt + 1]);
     const quint16 word = withBits(read, bitMask(write.var.address), bitOfWordValue(write.var));
 
     auto* f = reinterpret_cast<unsigned char*>(write.frame.data());

@@ -7,8 +7,7 @@
 #ifndef KORVAN_CODEC_BIT_WORD_WRITE_H
 #define KORVAN_CODEC_BIT_WORD_WRITE_H
 
-#include <QtCore/QByteArray>
-
+#include "codec/frames.h"
 #include "korvan_qa_qb_series_port.h"
 
 // The value a bit-of-word record writes: on when its first payload byte is non-zero. An empty
@@ -27,6 +26,6 @@ BitWordWrite bitWordWriteRequests(const RW_VAR& var, unsigned char* buffer);
 // Completes `write`, the second request, from `reply`, the answer to the first: the word read
 // with the record's bit set or cleared, and the CRC over the frame before it. A reply too short
 // to carry the word, or a frame that is not a bit-of-word write, is left as it is.
-void completeBitWordWrite(Protocol& write, const QByteArray& reply);
+void completeBitWordWrite(Protocol& write, ReplyBytes reply);
 
 #endif

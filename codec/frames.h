@@ -1,7 +1,8 @@
-// The frame codec: requests built from records, and replies judged against their requests.
+// The frame codec's common ground: the reply's framing, the request record every builder returns,
+// and the bytes of a reply as received.
 //
-// Every function here works on what it is given and returns what it made: builders return the
-// request, with its frame and the reply it expects, and queue nothing; the checks read nothing
+// Every function of the codec works on what it is given and returns what it made: builders return
+// the request, with its frame and the reply it expects, and queue nothing; the checks read nothing
 // but their arguments. Local frames are assembled in the build buffer they are handed.
 #ifndef KORVAN_CODEC_FRAMES_H
 #define KORVAN_CODEC_FRAMES_H
@@ -9,11 +10,6 @@
 #include <QtCore/QByteArray>
 
 #include "korvan_qa_qb_series_port.h"
-
-// Verdicts on a reply (CheckGetData's results).
-constexpr int kReplyInvalid = 0;
-constexpr int kReplyStore = 1;           // valid, carries read data to store
-constexpr int kReplyNothingToStore = 2;  // valid, nothing to store (write, or station 0)
 
 // Shortest reply accepted: station, function, byte count, one byte, the CRC.
 constexpr int kMinReplyLength = 6;
@@ -45,22 +41,20 @@ inline Protocol makeRequest(const QByteArray& frame, int replyLength, int dataOf
     return p;
 }
 
-// The verdict on `reply` to a request for `request`: its station byte and its CRC. Function code,
-// byte count and length are not examined; reply handling has compared the length already. A
-// request to station 0 is answered by nobody, so any reply, even none, passes.
-int checkReply(const RW_VAR& request, const QByteArray* reply);
+// Whether `request` is the word read of a bit-in-word write: a good reply to it completes the
+// write queued behind it instead of being stored. The one test of the mark.
+inline bool isBitWordRead(const Protocol& request) {
+    return request.var.mark == korvan::kMarkBitOfWordRead;
+}
 
-// The local read of a normalised variable.
-Protocol readRequest(const RW_VAR& var, unsigned char* buffer);
+// The bytes of a reply as received: `size` bytes from `data`. The host's buffer may hold more.
+struct ReplyBytes {
+    const unsigned char* data;
+    int size;
+};
 
-// Whether a write record's payload fits one local frame (at most 2037 bytes on the wire). One that
-// does not is never sent: the scheduler reports it failed when its turn comes.
-bool fitsLocalWriteFrame(const RW_VAR& var);
-// The local write of a run of bits or words; the record must fit a frame.
-Protocol writeRequest(const RW_VAR& var, unsigned char* buffer);
-
-// The remote read and write of a record, built in their own byte arrays.
-Protocol remoteReadRequest(const RW_VAR& var);
-Protocol remoteWriteRequest(const RW_VAR& var);
+inline ReplyBytes replyBytes(const QByteArray& reply) {
+    return {reinterpret_cast<const unsigned char*>(reply.constData()), reply.size()};
+}
 
 #endif

@@ -2,9 +2,10 @@
 //
 // PLC_driver is constructed by the library's static initialiser when the library is loaded and
 // destroyed when it is unloaded; destruction only releases storage (no callback, no frame).
+#include "driver/Communication_Protocol.h"
+
 #include "base/Communication_Protocol.h"
 #include "base/areas.h"
-#include "base/driver_functions.h"
 #include "codec/area_codes.h"
 #include "lists/word_units.h"
 

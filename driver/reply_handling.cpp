@@ -7,13 +7,14 @@
 // the same host variable are purged.
 //
 // Callbacks run on the polling thread with listMutex held.
-#include "base/Communication_Protocol.h"
+#include "driver/reply_handling.h"
+
 #include "base/comm_failed.h"
-#include "base/driver_functions.h"
 #include "base/exchange.h"
 #include "base/mutex_lock.h"
+#include "driver/Communication_Protocol.h"
 #include "driver/list_rotation.h"
-#include "driver/polling.h"
+#include "driver/reply_outcome.h"
 
 namespace {
 
@@ -104,8 +105,8 @@ void countScan(Communication_Protocol& d, ComInfo& info) {
 
 // A good reply: the exchange goes on with its next frame, or is complete.
 RW_VAR* advance(Communication_Protocol& d, ComInfo& info, int code, bool local) {
-    setCommFailed(false);
-    if (advanceExchange(d.requestQueue, info)) {
+    setCommFailed(d, false);
+    if (advanceExchange(d)) {
         return finish(d, code);  // the next frame of the exchange is the new head
     }
     // The scan counters are also reset by a rebuild on a host thread, so they change under
@@ -122,10 +123,10 @@ RW_VAR* advance(Communication_Protocol& d, ComInfo& info, int code, bool local) 
 // A bad reply: the same frame is offered again while retries last; then the exchange is
 // abandoned, and the host hears of it through both callbacks.
 RW_VAR* retryOrAbandon(Communication_Protocol& d, ComInfo& info, int code, bool local) {
-    if (retryExchange(d.requestQueue, info)) {
+    if (retryExchange(d)) {
         return finish(d, korvan::kResultRetry);
     }
-    setCommFailed(true);
+    setCommFailed(d, true);
     MutexLock lock(d.listMutex);
     d.scanCount = 0;
     info.scanDone = 0;
@@ -148,16 +149,15 @@ RW_VAR* DataCom(QByteArray* reply, int length) {
     Communication_Protocol& d = PLC_driver;
     d.retVar.result = korvan::kResultGood;
     ComInfo* info = d.comInfo;
-    if (d.requestQueue.isEmpty() || info == nullptr) {
+    if (!requestQueued(d) || info == nullptr) {
         return &d.retVar;
     }
 
-    const Protocol& head = d.requestQueue.first();
+    const Protocol& head = headRequest(d);
     bool local = head.var.port == info->portId;
     int code = korvan::kResultJudgingFailed;
     try {
-        code = local ? judgeLocalReply(d, head, reply, length)
-                     : judgeRemoteReply(d, head, reply, length);
+        code = takeReply(d, head, reply, length, local);
     } catch (...) {
         local = true;  // judged as a bad local reply
     }

@@ -1,9 +1,9 @@
 // Result codes. A failure code tells the host the cause (validation, nothing received, wrong
 // length), the frame family (local 11..82, remote 111..182) and, for owners 0..11, the owner:
 // base + ownerId + 1. Any other owner shares base + 1.
-#include "base/Communication_Protocol.h"
-#include "base/driver_functions.h"
-#include "driver/polling.h"
+#include "driver/result_codes.h"
+
+#include "base/exchange.h"
 
 namespace {
 
@@ -11,9 +11,8 @@ constexpr int kUnknownKindResult = 200;
 // The owner of the head request when nothing is queued: one without an offset of its own.
 constexpr int kNoOwner = -1;
 
-int headOwner() {
-    const QList<Protocol>& queue = PLC_driver.requestQueue;
-    return queue.isEmpty() ? kNoOwner : queue.first().var.ownerId;
+int headOwner(Communication_Protocol& d) {
+    return requestQueued(d) ? headRequest(d).var.ownerId : kNoOwner;
 }
 
 }  // namespace
@@ -42,9 +41,9 @@ int resultCode(int kind, int ownerId) {
 }
 
 int SwitchErrorReturn(int base) {
-    return korvan::failureCode(base, headOwner());
+    return korvan::failureCode(base, headOwner(PLC_driver));
 }
 
 int GetDriverReturnValue(int kind) {
-    return resultCode(kind, headOwner());
+    return resultCode(kind, headOwner(PLC_driver));
 }

@@ -6,12 +6,13 @@
 // which lets both bursts start again. The chosen entry stays at the front of its list until
 // DataCom completes the exchange.
 #include "base/Communication_Protocol.h"
-#include "base/driver_functions.h"
 #include "base/exchange.h"
 #include "base/mutex_lock.h"
-#include "codec/frames.h"
+#include "codec/Func_Read.h"
+#include "codec/Func_Remote.h"
+#include "codec/Func_Write.h"
 #include "driver/list_rotation.h"
-#include "driver/polling.h"
+#include "driver/reply_handling.h"
 
 namespace {
 
@@ -77,8 +78,8 @@ void startNextExchange(Communication_Protocol& d, const ComInfo& info) {
 
 Protocol* ComCommunication() {
     Communication_Protocol& d = PLC_driver;
-    if (!d.requestQueue.isEmpty()) {
-        return &d.requestQueue.first();
+    if (requestQueued(d)) {
+        return &headRequest(d);
     }
     ComInfo* info = d.comInfo;
     if (info == nullptr) {
@@ -91,8 +92,8 @@ Protocol* ComCommunication() {
         // Out of memory while building: the entry stays where it was, nothing is sent.
         dropExchange(d);
     }
-    if (!d.requestQueue.isEmpty()) {
-        return &d.requestQueue.first();
+    if (requestQueued(d)) {
+        return &headRequest(d);
     }
     // scanDone is also reset by a rebuild on a host thread, so it changes under listMutex.
     resetBursts(d);

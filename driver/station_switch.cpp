@@ -8,28 +8,29 @@
 
 namespace {
 
-void switchStation(int station, int enable) {
-    MutexLock lock(PLC_driver.stationMutex);
+void switchStation(Communication_Protocol& d, int station, int enable) {
+    MutexLock lock(d.stationMutex);
     if (station < 0) {
-        PLC_driver.stationMap.clear();  // every station is served again
+        d.stationMap.clear();  // every station is served again
     } else if (enable == korvan::kStationOff) {
-        PLC_driver.stationMap.insert(station, 0);
+        d.stationMap.insert(station, 0);
     } else if (enable == korvan::kStationOn) {
-        PLC_driver.stationMap.remove(station);
+        d.stationMap.remove(station);
     }
 }
 
 }  // namespace
 
 void EnCommStation(int station, int enable) {
-    switchStation(station, enable);
+    switchStation(PLC_driver, station, enable);
 }
 
 void EnableEthernet(int station, int enable) {
-    switchStation(station, enable);
+    switchStation(PLC_driver, station, enable);
 }
 
 int Ethernetcontains(int station) {
-    MutexLock lock(PLC_driver.stationMutex);
-    return PLC_driver.stationMap.contains(station) ? 1 : 0;
+    Communication_Protocol& d = PLC_driver;
+    MutexLock lock(d.stationMutex);
+    return d.stationMap.contains(station) ? 1 : 0;
 }

@@ -1,15 +1,17 @@
 // The host's reads and writes of the register image.
+#include "image/Func_GetOrSetData.h"
+
 #include <climits>
 #include <cstring>
 
 #include "base/Communication_Protocol.h"
 #include "base/areas.h"
 #include "base/comm_failed.h"
-#include "base/driver_functions.h"
 #include "base/mutex_lock.h"
 #include "base/wrapping.h"
 #include "codec/bit_word_write.h"
 #include "image/cache_key.h"
+#include "lists/address_text.h"
 #include "lists/write_list.h"
 
 // Host reads: GetRegisterData copies words or bits out of the register image. It never waits for
@@ -35,8 +37,8 @@ qint64 bufferSize(bool bitForm, int count) {
     return size > kLargestBuffer ? -1 : size;
 }
 
-void readBits(QByteArray& buffer, quint64 base, qint64 first, int count) {
-    const QHash<quint64, quint16>& cache = PLC_driver.registerCache;
+void readBits(const QHash<quint64, quint16>& cache, QByteArray& buffer, quint64 base, qint64 first,
+              int count) {
     char* out = buffer.data();
     for (int i = 0; i < count; ++i) {
         const qint64 bit = first + i;
@@ -47,8 +49,8 @@ void readBits(QByteArray& buffer, quint64 base, qint64 first, int count) {
     }
 }
 
-void readWords(QByteArray& buffer, quint64 base, qint64 first, int count) {
-    const QHash<quint64, quint16>& cache = PLC_driver.registerCache;
+void readWords(const QHash<quint64, quint16>& cache, QByteArray& buffer, quint64 base, qint64 first,
+               int count) {
     char* out = buffer.data();
     const quint64 key = cacheKey(base, first);
     for (int i = 0; i < count; ++i) {
@@ -67,7 +69,7 @@ int GetRegisterData(QString, int area, QString address, int station, QByteArray*
     if (buffer == nullptr) {
         return korvan::kAddressNotParsed;
     }
-    const int first = StringAddressToInt(area, address);
+    const int first = parseAddress(area, address);
     const bool valid = first >= 0;
     const bool bitForm = valid && isBitForm(area);
     if (count < 0) {
@@ -89,19 +91,20 @@ int GetRegisterData(QString, int area, QString address, int station, QByteArray*
         buffer->fill(0, static_cast<int>(size));
         return korvan::kAddressNotParsed;
     }
-    const ComInfo* info = PLC_driver.comInfo;
+    Communication_Protocol& d = PLC_driver;
+    const ComInfo* info = d.comInfo;
     if (info != nullptr && info->perVarStation == 0) {
         station = info->defaultStation;
     }
     const quint64 base = cacheKeyBase(station, area);
 
-    MutexLock lock(PLC_driver.cacheMutex);
+    MutexLock lock(d.cacheMutex);
     try {
         buffer->fill(0, static_cast<int>(size));
         if (bitForm) {
-            readBits(*buffer, base, first, count);
+            readBits(d.registerCache, *buffer, base, first, count);
         } else if (isWordArea(area)) {
-            readWords(*buffer, base, first, count);
+            readWords(d.registerCache, *buffer, base, first, count);
         }
     } catch (...) {
         // Out of memory for the buffer: the host gets nothing rather than a partial value.
@@ -147,145 +150,27 @@ private:
     qint64 size_;
 };
 
-// What SetRegisterData reads from the host's port record, read once per call.
-struct WriteSettings {
+// What a host write works on: the driver object it queues records in and mirrors them into, and
+// what it reads from the host's port record, read once per call.
+struct HostWrite {
+    Communication_Protocol& d;
     int blockLength;
     int writeMode;
 };
-
-// A record for the PLC is queued (the caller holds listMutex); the image shows it at once when
-// it is not for the PLC, or while the link is down (write_register does not mirror then).
-void issue(RW_VAR& record, const WriteSettings& settings) {
-    if (settings.writeMode == korvan::kWriteToPlc) {
-        appendWrite(PLC_driver.writeList, record);
-        if (!isCommFailed()) {
-            return;
-        }
-    }
-    write_data_to_local(record);
-}
-
-void issueBits(RW_VAR& record, const HostBuffer& in, int count, const WriteSettings& settings) {
-    const qint64 piece = qint64{settings.blockLength} * kBitsPerByte;
-    qint64 position = 0;
-    for (int remaining = count; remaining > 0;) {
-        const int n = static_cast<int>(qMin<qint64>(remaining, piece));
-        record.count = n;
-        record.data = QByteArray((n + kBitsPerByte - 1) / kBitsPerByte, '\0');
-        char* packed = record.data.data();
-        for (int j = 0; j < n; ++j) {
-            if (in.on(position + j)) {
-                packed[j / kBitsPerByte] =
-                    static_cast<char>(packed[j / kBitsPerByte] | 1 << (j % kBitsPerByte));
-            }
-        }
-        position += n;
-        issue(record, settings);
-        remaining -= n;
-        record.address = wrapAdd(record.address, n);
-    }
-}
-
-void issueWords(RW_VAR& record, const HostBuffer& in, int count, const WriteSettings& settings) {
-    const int piece = settings.blockLength;
-    qint64 position = 0;
-    for (int remaining = count; remaining > 0;) {
-        const int n = qMin(remaining, piece);
-        record.count = n;
-        record.data = QByteArray(n * kBytesPerWord, '\0');
-        position += in.copy(position, record.data.data(), n * kBytesPerWord);
-        issue(record, settings);
-        remaining -= n;
-        record.address = wrapAdd(record.address, n);
-    }
-}
-
-// One record per bit; bit 15 of a word is followed by bit 0 of the next.
-void issueBitsOfWords(RW_VAR& record, const HostBuffer& in, int count,
-                      const WriteSettings& settings) {
-    record.count = 1;
-    record.data = QByteArray(1, '\0');
-    for (int i = 0; i < count; ++i) {
-        record.data[0] = in.on(i) ? 1 : 0;
-        issue(record, settings);
-        record.address = wrapAdd(record.address, 1);
-    }
-}
 
 void mirrorBit(QHash<quint64, quint16>& cache, quint64 base, qint64 bitAddress, bool on) {
     quint16& word = cache[bitKey(base, bitAddress)];  // a word never seen starts from 0
     word = withBits(word, bitMask(bitAddress), on);
 }
 
-// Every record of the value, one after the other. Out of memory, the records issued so far stay
-// queued and mirrored.
-void issueAll(RW_VAR& record, const HostBuffer& in, int count, const WriteSettings& settings) {
-    try {
-        if (isBitArea(record.area)) {
-            issueBits(record, in, count, settings);
-        } else if (isWordArea(record.area)) {
-            issueWords(record, in, count, settings);
-        } else if (record.area == korvan::kAreaBitOfWord) {
-            issueBitsOfWords(record, in, count, settings);
-        }
-    } catch (...) {
-    }
-}
-
-int writeListSize() {
-    MutexLock lock(PLC_driver.listMutex);
-    return PLC_driver.writeList.size();
-}
-
-}  // namespace
-
-int SetRegisterData(QString nameText, int area, QString address, int station, QByteArray* values,
-                    int count, int ownerId, int itemId) {
-    const int first = StringAddressToInt(area, address);
-    const ComInfo* info = PLC_driver.comInfo;
-    if (first < 0 || info == nullptr) {
-        return korvan::kAddressNotParsed;
-    }
-    if (count > kMostUnitsPerWrite) {
-        return writeListSize();
-    }
-    // The host's maxUnits as it is now: the host owns the record and may have raised it after
-    // SetComInfo. A piece too long for a frame is refused when its turn comes.
-    const WriteSettings settings{effectiveMaxUnits(*info), info->writeMode};
-
-    RW_VAR record;
-    record.ownerId = ownerId;
-    record.itemId = itemId;
-    record.direction = korvan::kDirectionWrite;
-    record.remoteMode = info->remoteMode;
-    record.port = info->portId;
-    record.nameText = nameText;
-    record.addressText = address;
-    record.area = area;
-    record.address = first;
-    record.station = info->perVarStation == 0 ? info->defaultStation : station;
-    record.count = 1;
-
-    const HostBuffer in(values);
-    if (settings.writeMode != korvan::kWriteToPlc) {
-        issueAll(record, in, count, settings);
-        return writeListSize();
-    }
-    // The pieces of one value are queued under one hold of listMutex, so that the polling thread
-    // cannot complete the first before the last is queued: it reports the variable once, when
-    // all of them are done.
-    MutexLock lock(PLC_driver.listMutex);
-    issueAll(record, in, count, settings);
-    return PLC_driver.writeList.size();
-}
-
-void write_data_to_local(const RW_VAR& record) {
+// The record's value written into the image, under its lock.
+void mirror(Communication_Protocol& d, const RW_VAR& record) {
     const quint64 base = cacheKeyBase(record.station, record.area);
     const qint64 first = record.address;
     const QByteArray& data = record.data;
 
-    MutexLock lock(PLC_driver.cacheMutex);
-    QHash<quint64, quint16>& cache = PLC_driver.registerCache;
+    MutexLock lock(d.cacheMutex);
+    QHash<quint64, quint16>& cache = d.registerCache;
     if (isBitArea(record.area)) {
         // Only the bits the payload carries: a count beyond it has nothing to mirror.
         const qint64 bits = qMin<qint64>(record.count, qint64{data.size()} * kBitsPerByte);
@@ -305,6 +190,131 @@ void write_data_to_local(const RW_VAR& record) {
     } else if (record.area == korvan::kAreaBitOfWord) {
         mirrorBit(cache, base, first, bitOfWordValue(record));
     }
+}
+
+// A record for the PLC is queued (the caller holds listMutex); the image shows it at once when
+// it is not for the PLC, or while the link is down (write_register does not mirror then).
+void issue(RW_VAR& record, const HostWrite& w) {
+    if (w.writeMode == korvan::kWriteToPlc) {
+        appendWrite(w.d.writeList, record);
+        if (!isCommFailed(w.d)) {
+            return;
+        }
+    }
+    mirror(w.d, record);
+}
+
+void issueBits(RW_VAR& record, const HostBuffer& in, int count, const HostWrite& w) {
+    const qint64 piece = qint64{w.blockLength} * kBitsPerByte;
+    qint64 position = 0;
+    for (int remaining = count; remaining > 0;) {
+        const int n = static_cast<int>(qMin<qint64>(remaining, piece));
+        record.count = n;
+        record.data = QByteArray((n + kBitsPerByte - 1) / kBitsPerByte, '\0');
+        char* packed = record.data.data();
+        for (int j = 0; j < n; ++j) {
+            if (in.on(position + j)) {
+                packed[j / kBitsPerByte] =
+                    static_cast<char>(packed[j / kBitsPerByte] | 1 << (j % kBitsPerByte));
+            }
+        }
+        position += n;
+        issue(record, w);
+        remaining -= n;
+        record.address = wrapAdd(record.address, n);
+    }
+}
+
+void issueWords(RW_VAR& record, const HostBuffer& in, int count, const HostWrite& w) {
+    const int piece = w.blockLength;
+    qint64 position = 0;
+    for (int remaining = count; remaining > 0;) {
+        const int n = qMin(remaining, piece);
+        record.count = n;
+        record.data = QByteArray(n * kBytesPerWord, '\0');
+        position += in.copy(position, record.data.data(), n * kBytesPerWord);
+        issue(record, w);
+        remaining -= n;
+        record.address = wrapAdd(record.address, n);
+    }
+}
+
+// One record per bit; bit 15 of a word is followed by bit 0 of the next.
+void issueBitsOfWords(RW_VAR& record, const HostBuffer& in, int count, const HostWrite& w) {
+    record.count = 1;
+    record.data = QByteArray(1, '\0');
+    for (int i = 0; i < count; ++i) {
+        record.data[0] = in.on(i) ? 1 : 0;
+        issue(record, w);
+        record.address = wrapAdd(record.address, 1);
+    }
+}
+
+// Every record of the value, one after the other. Out of memory, the records issued so far stay
+// queued and mirrored.
+void issueAll(RW_VAR& record, const HostBuffer& in, int count, const HostWrite& w) {
+    try {
+        if (isBitArea(record.area)) {
+            issueBits(record, in, count, w);
+        } else if (isWordArea(record.area)) {
+            issueWords(record, in, count, w);
+        } else if (record.area == korvan::kAreaBitOfWord) {
+            issueBitsOfWords(record, in, count, w);
+        }
+    } catch (...) {
+    }
+}
+
+int writeListSize(Communication_Protocol& d) {
+    MutexLock lock(d.listMutex);
+    return d.writeList.size();
+}
+
+}  // namespace
+
+int SetRegisterData(QString nameText, int area, QString address, int station, QByteArray* values,
+                    int count, int ownerId, int itemId) {
+    Communication_Protocol& d = PLC_driver;
+    const int first = parseAddress(area, address);
+    const ComInfo* info = d.comInfo;
+    if (first < 0 || info == nullptr) {
+        return korvan::kAddressNotParsed;
+    }
+    if (count > kMostUnitsPerWrite) {
+        return writeListSize(d);
+    }
+    // The host's maxUnits as it is now: the host owns the record and may have raised it after
+    // SetComInfo. A piece too long for a frame is refused when its turn comes.
+    const HostWrite w{d, effectiveMaxUnits(*info), info->writeMode};
+
+    RW_VAR record;
+    record.ownerId = ownerId;
+    record.itemId = itemId;
+    record.direction = korvan::kDirectionWrite;
+    record.remoteMode = info->remoteMode;
+    record.port = info->portId;
+    record.nameText = nameText;
+    record.addressText = address;
+    record.area = area;
+    record.address = first;
+    record.station = info->perVarStation == 0 ? info->defaultStation : station;
+    record.count = 1;
+
+    const HostBuffer in(values);
+    if (w.writeMode != korvan::kWriteToPlc) {
+        issueAll(record, in, count, w);
+        return writeListSize(d);
+    }
+    // The pieces of one value are queued under one hold of listMutex, so that the polling thread
+    // cannot complete the first before the last is queued: it reports the variable once, when
+    // all of them are done.
+    MutexLock lock(d.listMutex);
+    issueAll(record, in, count, w);
+    return d.writeList.size();
+}
+
+void write_data_to_local(const RW_VAR& record) {
+    mirror(PLC_driver, record);
 }
 
 // Kept for hosts that ask whether the driver has finished a job: it always has.

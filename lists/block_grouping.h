@@ -11,11 +11,15 @@
 #include <QtCore/QList>
 
 #include "base/Communication_Protocol.h"
-#include "base/driver_functions.h"
 #include "base/wrapping.h"
 
 // The block length that selects folding by address instead of merging spans.
 constexpr int kSameAddressOnlyLength = 1;
+
+// Appends `var` to `out` cut into pieces of at most `max` units (below 1 counts as 1), counted
+// from `total` rather than from var's own count: when `total` fits one piece, `var` is appended
+// untouched, otherwise left holding the last piece. WhetherGroup's rule.
+void appendInPieces(QList<RW_VAR>& out, RW_VAR& var, int total, int max);
 
 // Grows the last block of `out` to `need` words; whatever exceeds `max` continues in copies of
 // that block at its start + max, + 2 * max, ...
@@ -57,7 +61,7 @@ void mergeSpans(Iterator first, Iterator last, int max, QList<RW_VAR>& out, Reco
         }
         if (!blockOpen || it->address >= wrapAdd(blockStart, max)) {
             RW_VAR block = recordOf(*it);
-            WhetherGroup(block.count, max, &block, &out);
+            appendInPieces(out, block, block.count, max);
             blockOpen = true;
         } else {
             const int end = wrapAdd(it->address, it->count);

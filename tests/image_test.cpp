@@ -81,6 +81,42 @@ TEST_F(RegisterImage, ReadRepliesAreStoredOrCompleteBitOfWordWrites) {
               (Image{{key(2, 1), 0x3412}, {key(14, 7), 1}, {key(14, 7, 2), 2}, {key(15, 7), 3}}));
 }
 
+// A read reply's data span dataLength bytes from dataOffset, walked word by word: a word that
+// starts inside the span is stored even when its second byte lies after it, but never one whose
+// second byte lies beyond the bytes received, whatever the host's buffer holds after them. The
+// same through the store the host may call and through the judging of the polling pair.
+TEST_F(RegisterImage, ReplySpansAreWalkedWordByWord) {
+    const QByteArray reply = withCrc(bytesOf("01 20 04 11 22 33 44"));  // CRC at 7 and 8
+    const int any = korvan::kReplyAnyLength;
+    // judged first, data length, the reply length expected, the first byte of each word stored
+    // clang-format off
+    const std::tuple<bool, int, int, std::vector<int>> cases[] = {
+        {false, 4, 9, {3, 5}}, {false, 3, 9, {3, 5}}, {false, 1, 9, {3}}, {false, 6, 9, {3, 5, 7}},
+        {false, 7, 9, {3, 5, 7}},  // byte 9 is none of the reply's
+        {true, 3, 9, {3, 5}}, {true, 7, any, {3, 5, 7}},  // nor of the 9 bytes received
+    };
+    // clang-format on
+    for (const auto& [judged, dataLength, replyLength, starts] : cases) {
+        driver.registerCache.clear();
+        driver.requestQueue.clear();
+        read_register(var(14, 7, 4));
+        driver.requestQueue.first().dataLength = dataLength;
+        driver.requestQueue.first().replyLength = replyLength;
+        QByteArray buffer = reply + bytesOf(judged ? "EE EE" : "");
+        if (judged) {
+            EXPECT_EQ(DealDataOfLocalArea(&buffer, reply.size()), korvan::kResultGood);
+        } else {
+            SaveToLocalDataErea(&buffer);
+        }
+        Image expected;
+        for (int at : starts) {
+            expected[key(14, 7 + (at - 3) / 2)] =
+                quint16(quint8(reply.at(at)) << 8 | quint8(reply.at(at + 1)));
+        }
+        EXPECT_EQ(image(), expected) << judged << " " << dataLength;
+    }
+}
+
 // Host buffers hold words low byte first and one byte per bit. What was never read reads as zero;
 // a text or area that names nothing gives two zero bytes a unit. The station is the port's,
 // unless stations are per-variable or there is no port record.

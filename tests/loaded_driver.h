@@ -16,9 +16,16 @@
 #include <vector>
 
 #include "base/Communication_Protocol.h"
-#include "base/driver_functions.h"
-#include "codec/frames.h"
-#include "driver/polling.h"
+#include "codec/Func_Check.h"
+#include "codec/Func_Read.h"
+#include "codec/Func_Remote.h"
+#include "codec/Func_Write.h"
+#include "driver/Communication_Protocol.h"
+#include "driver/reply_outcome.h"
+#include "driver/result_codes.h"
+#include "image/Func_DealData.h"
+#include "image/Func_GetOrSetData.h"
+#include "lists/Func_Initi.h"
 #include "plc_model.h"
 
 // The exported functions the tests call, by name; their symbols come from the one list of exports.
