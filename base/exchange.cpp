@@ -51,9 +51,8 @@ Protocol* pendingBitWordWrite(Communication_Protocol& d) {
     return &d.requestQueue[1];
 }
 
-bool lastFrameOfExchange(const Communication_Protocol& d) {
-    const ComInfo* info = d.comInfo;
-    return info != nullptr && qint64{info->framesAnswered} + 1 >= info->framesInExchange;
+bool oneFrameAnswered(const Communication_Protocol& d) {
+    return d.comInfo != nullptr && d.comInfo->framesAnswered == 1;
 }
 
 bool advanceExchange(Communication_Protocol& d) {

@@ -39,9 +39,9 @@ inline Protocol& headRequest(Communication_Protocol& d) {
 // know.
 Protocol* pendingBitWordWrite(Communication_Protocol& d);
 
-// Whether the head is the last frame of its exchange by the port record's counters; false
-// without a port record.
-bool lastFrameOfExchange(const Communication_Protocol& d);
+// Whether the port record counts exactly one frame of the exchange answered; false without a
+// port record.
+bool oneFrameAnswered(const Communication_Protocol& d);
 
 // The head request was answered well: it leaves the queue and counts as answered. Returns whether
 // frames of the exchange remain; the next one is then the new head. d.comInfo is set.

@@ -123,10 +123,10 @@ Verdict judgeReply(const Protocol& head, const QByteArray* reply, int length) {
     if (content == kReplyInvalid) {
         return Verdict::Invalid;
     }
-    if (isBitWordRead(head)) {
-        return Verdict::CompletesWrite;
+    if (content != kReplyStore) {
+        return Verdict::NothingToStore;
     }
-    return content == kReplyStore ? Verdict::Store : Verdict::NothingToStore;
+    return isBitWordRead(head) ? Verdict::CompletesWrite : Verdict::Store;
 }
 
 int CheckGetData(const QByteArray* reply) {

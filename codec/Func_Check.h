@@ -23,8 +23,8 @@ enum class Verdict {
     WrongLength,      // another count than expected, or more than the buffer holds
     Invalid,          // the station byte or the CRC is wrong
     Store,            // good, and carries read data for the image
-    NothingToStore,   // good: a write's acknowledgement, or station 0's
-    CompletesWrite,   // good, and answers the word read of a bit-in-word write
+    NothingToStore,   // good: a write's acknowledgement, or station 0's (any reply, even none)
+    CompletesWrite,   // good read data, for the word read of a bit-in-word write
 };
 
 // Judges `reply`, of which the host received `length` bytes, as the answer to `head`. A null

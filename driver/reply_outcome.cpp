@@ -45,14 +45,20 @@ int takeReply(Communication_Protocol& d, const Protocol& head, const QByteArray*
             }
             break;
         case Verdict::NothingToStore:
-            break;
+            // A reply with nothing to store (one to station 0) completes the word read of a
+            // bit-in-word write in the remote family alone; the local one stores such a reply
+            // nowhere, not even in the write frame.
+            if (local || !isBitWordRead(head)) {
+                break;
+            }
+            [[fallthrough]];
         case Verdict::CompletesWrite:
             if (Protocol* write = pendingBitWordWrite(d)) {
                 completeBitWordWrite(*write, receivedBytes(reply, length));
             }
-            // The word read of a remote bit-in-word write is good as a local reply while its
-            // write is still to come.
-            if (!local && !lastFrameOfExchange(d)) {
+            // The word read of a remote bit-in-word write counts as a local reply's good one
+            // unless one frame of its exchange was answered already.
+            if (!local && !oneFrameAnswered(d)) {
                 return resultCode(kLocalGood, owner);
             }
             break;

@@ -221,6 +221,25 @@ TEST_F(Polling, ResultCodesTellCauseFamilyAndOwner) {
                                 failureCode(silent, 0), 200}));
 }
 
+// The word read of a bit-in-word write to station 0, which every PLC hears and none answers,
+// passes with any reply of its length. Only the remote family completes the write frame from such
+// a stray reply; the local family stores it nowhere, and the write goes out as it was built.
+TEST_F(Polling, AStrayReplyFromStationZeroCompletesABitWordWriteInTheRemoteFamilyAlone) {
+    for (const bool remote : {false, true}) {
+        driver.requestQueue.clear();
+        driver.writeList.clear();
+        const RW_VAR write =
+            owned(writeVar(korvan::kAreaBitOfWord, 163, 1, "01", 0), 0, 0, remote ? 2 : 1);
+        driver.writeList.append(write);
+        write_analog_bit(write);
+        QByteArray stray = withCrc(bytesOf("05 20 02 12 F0"));
+        EXPECT_EQ((remote ? DealDataOfRemoteArea : DealDataOfLocalArea)(&stray, stray.size()),
+                  korvan::kResultGood);
+        // The written word, high byte first: the stray word with bit 3 set, or as built.
+        EXPECT_EQ(hex(request(1).frame.mid(9, 2)), remote ? "12 F8" : "00 00") << remote;
+    }
+}
+
 // A local write too long for any frame never reaches the wire: the host hears once that the
 // variable failed, its other pieces go with it, and the line's state stays as it was. The host
 // hears once per host variable that all its pieces are done, and of a failure at once; then the
