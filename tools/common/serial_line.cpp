@@ -141,8 +141,9 @@ void configureLine(int fd, const LineSettings& line) {
     }
 }
 
-UniqueFd openSerialDevice(const std::string& path, const LineSettings& line) {
-    UniqueFd fd(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+UniqueFd openSerialDevice(const std::string& path, const LineSettings& line, DeviceAccess access) {
+    const int mode = access == DeviceAccess::ReadOnly ? O_RDONLY : O_RDWR;
+    UniqueFd fd(::open(path.c_str(), mode | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     if (!fd.valid()) {
         throw systemError("cannot open serial device " + path);
     }
