@@ -2,12 +2,16 @@
 
 #include <algorithm>
 
+#include "plc_model.h"
+
 namespace plcsim {
 
 namespace {
 
 constexpr std::size_t kLocalWriteOverhead = kLocalWriteHeader + kCrcLength;
 constexpr std::size_t kPayloadLengthAt = kLocalWriteHeader - 1;
+constexpr std::size_t kBitsPerByte = 8;
+constexpr std::size_t kBytesPerWord = 2;
 constexpr int kNibbles = 4;  // of a CRC-16 register
 constexpr int kNibbleBits = 4;
 constexpr int kNibbleValues = 1 << kNibbleBits;
@@ -83,6 +87,24 @@ Lengths requestLengths(const std::uint8_t* b, std::size_t available) {
     Lengths all;
     all.merge(local, remote);
     return all;
+}
+
+std::size_t remoteLength(const std::uint8_t* header) {
+    const int area = header[kRemoteAreaAt] << 8 | header[kRemoteAreaAt + 1];
+    if (!PlcModel::knowsAreaIndex(area)) {
+        return 0;
+    }
+    if (header[kRemoteDirectionAt] == 0) {
+        return kRemoteMinLength;
+    }
+    const std::size_t count = header[kRemoteCountAt] << 8 | header[kRemoteCountAt + 1];
+    const int code = PlcModel::areaCodeOfIndex(area);
+    std::size_t payload = count;  // a bit of a word, which has no code of its own
+    if (code >= 0) {
+        payload = PlcModel::isBitAreaCode(code) ? (count + kBitsPerByte - 1) / kBitsPerByte
+                                                : kBytesPerWord * count;
+    }
+    return kRemoteMinLength + payload;
 }
 
 void StreamChecks::append(const std::uint8_t* data, std::size_t length) {

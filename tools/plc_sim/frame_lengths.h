@@ -47,6 +47,12 @@ private:
 // Lengths a request starting with the `available` bytes `b` may have, shortest first.
 Lengths requestLengths(const std::uint8_t* b, std::size_t available);
 
+// The length a remote frame's header (its first kRemoteHeader bytes) gives it, whatever its
+// length byte says: a read is the header and the sum alone, a write carries its count of units,
+// words in two bytes, bits packed eight to a byte, a bit of a word in a byte. 0 when it names
+// no area.
+std::size_t remoteLength(const std::uint8_t* header);
+
 // A byte stream with, for each position, the low byte of the sum and the CRC register of every
 // byte before it since the stream began: the check values of any stretch follow from those at
 // its two ends.
