@@ -7,6 +7,7 @@ namespace linetap {
 namespace {
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
+constexpr int kBroadcast = 0;
 
 }  // namespace
 
@@ -67,8 +68,9 @@ void Exchanges::recordRequest(const Frame& frame, std::vector<Exchange>& done) {
     exchange.request = frame;
     ++stations_[exchange.station].requests;
     waiting_ = std::move(exchange);
+    // No reply is looked for to station 0's requests, nor to a read longer than any frame.
     if (replyLength(frame) == 0) {
-        complete(Result::Broadcast, done);
+        complete(waiting_->station == kBroadcast ? Result::Broadcast : Result::Missing, done);
     }
 }
 

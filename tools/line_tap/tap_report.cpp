@@ -83,15 +83,14 @@ TapReport::TapReport(tools::OutputFormat format, bool terminal, Clock::time_poin
 
 void TapReport::listening(const std::string& what) const {
     std::cerr << "korvan_line_tap: listening to " << what << std::endl;
+    if (format_ == tools::OutputFormat::Csv) {
+        std::cout << "exchange,ms,station,family,request,reply,reply_ms,result" << std::endl;
+    }
 }
 
 void TapReport::show(const std::vector<Exchange>& done) {
     if (format_ == tools::OutputFormat::Table || done.empty()) {
         return;
-    }
-    if (format_ == tools::OutputFormat::Csv && !headerShown_) {
-        std::cout << "exchange,ms,station,family,request,reply,reply_ms,result\n";
-        headerShown_ = true;
     }
     for (const Exchange& e : done) {
         const double ms = Milliseconds(e.request.at - start_).count();

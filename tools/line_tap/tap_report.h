@@ -17,7 +17,7 @@ public:
     // formats count from `start`.
     TapReport(tools::OutputFormat format, bool terminal, Clock::time_point start);
 
-    // The first line on stderr: what the tap listens to.
+    // The first line on stderr: what the tap listens to; and the CSV heading.
     void listening(const std::string& what) const;
     // A line each, in CSV or JSON.
     void show(const std::vector<Exchange>& done);
@@ -32,7 +32,6 @@ private:
     tools::OutputFormat format_;
     bool terminal_;
     Clock::time_point start_;
-    bool headerShown_ = false;
     int drawnLines_ = 0;
     Clock::time_point lastDraw_;
 };
