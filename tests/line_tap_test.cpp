@@ -5,6 +5,8 @@
 // count what the host counted; it drops the noise and nothing else, and writes nothing.
 #include <algorithm>
 #include <cctype>
+#include <memory>
+#include <tuple>
 
 #include "line_relay.h"
 #include "tool_processes.h"
@@ -162,4 +164,39 @@ TEST(LineTap, HearsWhatTheHostSentAndReceived) {
         }
         EXPECT_GT(s.value("reply_ms_mean", 0.0), 0.0);
     }
+}
+
+// What the tap does with a command line or a device it cannot use; a line that goes away ends
+// the run with the summary of what was heard.
+TEST(LineTap, ExitStatusAndMessageOfEachError) {
+    ScratchDir dir;
+    // clang-format off
+    const std::tuple<Texts, int, std::string> cases[] = {
+        {{}, 2, "name the line: --device PATH, or --requests PATH and --replies PATH"},
+        {{"--device", "/dev/null", "--requests", "a", "--replies", "b"}, 2, "not both"},
+        {{"--requests", "/dev/null"}, 2, "--requests and --replies go together"},
+        {{"--device", "/dev/null", "--gap", "0"}, 2, "--gap must be a number from 1 to 10000"},
+        {{"--device", "/dev/null", "--format", "xml"}, 2, "--format must be table, csv or json"},
+        {{"--device", "/dev/null", "--pcap", "-"}, 2, "--pcap takes a file name"},
+        {{"--device", "/dev/no-such-line"}, 1, "cannot open serial device /dev/no-such-line"},
+        {{"--device", "/dev/null"}, 1, "/dev/null is not a serial device"},
+        {{"--device", "/dev/null", "--pcap", dir.path("no-such-folder/p.pcap")}, 1,
+         "cannot write capture file"},
+    };
+    // clang-format on
+    for (const auto& [args, exitCode, message] : cases) {
+        SCOPED_TRACE(message);
+        Process tap(KORVAN_LINE_TAP, args);
+        EXPECT_EQ(tap.finish(), exitCode);
+        EXPECT_NE(tap.err().find(message), std::string::npos) << tap.err();
+    }
+
+    auto relay = std::make_unique<LineRelay>(LineRelay::Setup{});
+    const std::string device = relay->tapPath(0);
+    Process tap(KORVAN_LINE_TAP, {"--device", device});
+    ASSERT_TRUE(waitUntil([&] { return tap.err().find("listening") != std::string::npos; }));
+    relay.reset();
+    EXPECT_EQ(tap.finish(), 1);
+    EXPECT_NE(tap.err().find("0 requests"), std::string::npos) << tap.err();
+    EXPECT_NE(tap.err().find("lost the line: " + device), std::string::npos) << tap.err();
 }
