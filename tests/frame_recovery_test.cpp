@@ -79,6 +79,15 @@ std::string shown(const Frame& frame) {
 std::string q(const std::string& hex, bool remote = false) {
     return std::string("Q ") + (remote ? "remote " : "local ") + hex;
 }
+std::string r(const std::string& hex) {
+    return "R " + hex;
+}
+std::string damaged(const std::string& hex) {
+    return "R! " + hex;
+}
+std::string d(const std::string& hex) {
+    return "D " + hex;
+}
 
 }  // namespace
 
@@ -94,66 +103,67 @@ TEST(FrameRecovery, TellsFramesOfBothDirectionsAsSoonAsTheBytesAllow) {
         std::vector<Arrival> arrivals;
         std::vector<std::string> told;      // by the time of the last arrival
         std::vector<std::string> atTheEnd;  // only once the input ends
+        bool remoteOnly = false;
     };
     // clang-format off
     const Case cases[] = {
         {"both families back to back, a broadcast among them", false,
          {{0, 0, std::string(kRead) + kReadReply + kRemoteRead + kReadReply + kWrite + kWriteAck +
                  kRemoteWrite + kRemoteWriteAck + kBroadcastWrite + kReadBits + kReadBitsReply}},
-         {q(kRead), std::string("R ") + kReadReply, q(kRemoteRead, true),
-          std::string("R ") + kReadReply, q(kWrite), std::string("R ") + kWriteAck,
-          q(kRemoteWrite, true), std::string("R ") + kRemoteWriteAck, q(kBroadcastWrite),
-          q(kReadBits), std::string("R ") + kReadBitsReply},
+         {q(kRead), r(kReadReply), q(kRemoteRead, true), r(kReadReply), q(kWrite), r(kWriteAck),
+          q(kRemoteWrite, true), r(kRemoteWriteAck), q(kBroadcastWrite), q(kReadBits),
+          r(kReadBitsReply)},
          {}},
         {"a reply in pieces, a long write", false,
          {{0, 0, kRead}, {0, 5, "01 20 04 12"}, {0, 6, "34 56 78 86 54"},
           {0, 10, longWrite().substr(0, 600)}, {0, 12, longWrite().substr(600) + kLongWriteAck}},
-         {q(kRead), std::string("R ") + kReadReply, q(longWrite()),
-          std::string("R ") + kLongWriteAck},
+         {q(kRead), r(kReadReply), q(longWrite()), r(kLongWriteAck)},
          {}},
         {"a damaged reply, and the retry at once", false,
          {{0, 0, std::string(kRead) + kDamagedReply + kRead + kReadReply}},
-         {q(kRead), std::string("R! ") + kDamagedReply, q(kRead), std::string("R ") + kReadReply},
+         {q(kRead), damaged(kDamagedReply), q(kRead), r(kReadReply)},
          {}},
         {"no reply: the retry after the host's timeout", false,
          {{0, 0, kRead}, {0, 300, kRead}, {0, 305, kReadReply}},
-         {q(kRead), q(kRead), std::string("R ") + kReadReply},
+         {q(kRead), q(kRead), r(kReadReply)},
          {}},
         {"noise at once before a request waits for the line to be quiet", false,
          {{0, 0, std::string(kRead) + kReadReply + kNoise + kRead + kReadReply}},
-         {q(kRead), std::string("R ") + kReadReply},
-         {std::string("D ") + kNoise, q(kRead), std::string("R ") + kReadReply}},
+         {q(kRead), r(kReadReply)},
+         {d(kNoise), q(kRead), r(kReadReply)}},
         {"noise alone on a quiet line, and a damaged reply before a gap", false,
          {{0, 0, std::string(kRead) + kReadReply}, {0, 100, kNoise}, {0, 200, kRead},
           {0, 205, kDamagedReply}, {0, 300, kRead}},
-         {q(kRead), std::string("R ") + kReadReply, std::string("D ") + kNoise, q(kRead),
-          std::string("R! ") + kDamagedReply, q(kRead)},
+         {q(kRead), r(kReadReply), d(kNoise), q(kRead), damaged(kDamagedReply), q(kRead)},
          {}},
         {"bytes that sum as a remote frame but name no area", false,
          {{0, 0, kNoArea}, {0, 100, std::string(kRead) + kReadReply}},
-         {std::string("D ") + kNoArea, q(kRead), std::string("R ") + kReadReply},
+         {d(kNoArea), q(kRead), r(kReadReply)},
          {}},
+        {"requests of the remote family only", false,
+         {{0, 0, std::string(kRead) + kReadReply + kRemoteRead + kReadReply}},
+         {},
+         {d(std::string(kRead) + " " + kReadReply), q(kRemoteRead, true), r(kReadReply)},
+         true},
         {"apart: a damaged reply, and the next reply after the retry", true,
          {{0, 0, kRead}, {1, 5, kReadReply}, {0, 10, kRead}, {1, 15, kDamagedReply},
           {0, 18, kRead}, {1, 25, kReadReply}},
-         {q(kRead), std::string("R ") + kReadReply, q(kRead), std::string("R! ") + kDamagedReply,
-          q(kRead), std::string("R ") + kReadReply},
+         {q(kRead), r(kReadReply), q(kRead), damaged(kDamagedReply), q(kRead), r(kReadReply)},
          {}},
         {"apart: a reply heard before the end of its request", true,
          {{0, 0, "01 20 80 00 00"}, {1, 1, kReadReply}, {0, 2, "64 00 02 7F DB"},
           {0, 3, kRemoteRead}},
-         {q(kRead), std::string("R ") + kReadReply, q(kRemoteRead, true)},
+         {q(kRead), r(kReadReply), q(kRemoteRead, true)},
          {}},
         {"apart: noise on the reply wire, a reply without its request", true,
          {{1, 0, kNoise}, {0, 1, kWrite}, {1, 2, kWriteAck}, {1, 30, kReadReply}},
-         {std::string("D ") + kNoise, q(kWrite), std::string("R ") + kWriteAck,
-          std::string("D ") + kReadReply},
+         {d(kNoise), q(kWrite), r(kWriteAck), d(kReadReply)},
          {}},
     };
     // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        linetap::Receivers receivers(c.apart, false, kGap);
+        linetap::Receivers receivers(c.apart, c.remoteOnly, kGap);
         const Clock::time_point start = Clock::now();
         std::vector<std::string> told;
         for (const Arrival& a : c.arrivals) {
