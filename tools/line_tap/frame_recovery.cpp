@@ -77,6 +77,7 @@ void FrameRecovery::feed(const std::uint8_t* data, std::size_t length, Clock::ti
     stream_.append(data, length);
     times_.insert(times_.end(), length, at);
     lastByte_ = at;
+    waitsForRequests_ = false;
 }
 
 std::vector<Frame> FrameRecovery::take(Clock::time_point now) {
@@ -100,7 +101,8 @@ Clock::time_point FrameRecovery::undecidedSince() const {
 }
 
 Clock::time_point FrameRecovery::nextDecision() const {
-    if (times_.empty() || (hears_ == Hears::Replies && requestsKnownUntil_ < times_.front())) {
+    if (times_.empty() || waitsForRequests_ ||
+        (hears_ == Hears::Replies && requestsKnownUntil_ < times_.front())) {
         return Clock::time_point::max();
     }
     return lastByte_ + gap_;
@@ -117,9 +119,14 @@ std::vector<Frame> FrameRecovery::decideAll(bool quiet) {
                         expected_.begin() + static_cast<std::ptrdiff_t>(expectationIndex(s)));
         const Decision d = decide(s, quiet);
         if (d.what == Decision::Wait) {
+            // On a quiet line only requests the other receiver has yet to tell can be waited for.
+            waitsForRequests_ = quiet;
             break;
         }
         if (d.what == Decision::Drop) {
+            if (!expected_.empty() && expected_.front().since <= times_[s]) {
+                expected_.front().dueNext = false;  // a reply still to come is not damaged
+            }
             // A run of dropped bytes is one piece, until a gap.
             if (droppedUpTo != s || gapBefore(s)) {
                 frames.push_back({});
@@ -282,7 +289,7 @@ FrameRecovery::Outcome FrameRecovery::requestAt(std::size_t s, bool quiet,
 FrameRecovery::Outcome FrameRecovery::damagedReply(std::size_t s, const Expected& expected,
                                                    std::size_t bound, bool quiet) const {
     const std::size_t end = s + expected.length;
-    if (end > bound) {
+    if (!expected.dueNext || end > bound) {
         return Outcome::Fails;
     }
     if (end == bound) {

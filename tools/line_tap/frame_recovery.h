@@ -12,9 +12,10 @@
 // The quiet time between characters (the gap) decides where the bytes leave a choice. A frame's
 // characters come back to back, so no frame spans a gap, and once the line has been quiet for
 // the gap nothing longer is waited for. The bytes of a reply that fail its check are still its
-// reply, damaged, when they came back to back and are followed by a gap or by the next exchange
-// (a request that holds, or on a reply wire, bytes after a later request). Any other byte that
-// starts no frame is dropped, one at a time, until a frame starts again.
+// reply, damaged, when they are the first heard after the request, came back to back and are
+// followed by a gap or by the next exchange (a request that holds, or on a reply wire, bytes
+// after a later request). Any other byte that starts no frame is dropped, one at a time, until a
+// frame starts again.
 //
 // A receiver of replies alone learns of the requests from the other receiver, and tells its
 // bytes only once every request before them is known.
@@ -83,6 +84,7 @@ private:
         std::size_t length;  // 0: no reply
         bool read;           // its reply states a byte count
         Clock::time_point since;
+        bool dueNext = true;  // no byte heard since the request was dropped: the reply is due
     };
     struct Decision {
         enum { Take, Drop, Wait } what;
@@ -121,6 +123,7 @@ private:
     Clock::time_point lastByte_;
     std::deque<Expected> expected_;  // requests waiting for their reply, oldest first
     Clock::time_point requestsKnownUntil_ = Clock::time_point::max();
+    bool waitsForRequests_ = false;  // what is left waits for the other receiver alone
 };
 
 }  // namespace linetap
