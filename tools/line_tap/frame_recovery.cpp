@@ -12,7 +12,8 @@ constexpr std::size_t kReplyHeader = 3;
 constexpr std::size_t kReplyOverhead = kReplyHeader + plcsim::kCrcLength;
 constexpr std::size_t kWriteAckLength = 10;
 constexpr std::size_t kByteCountAt = 2;
-constexpr int kBitsPerGroup = 16;
+constexpr std::size_t kBitsPerGroup = 16;
+constexpr std::size_t kBytesPerGroup = 2;
 constexpr std::uint8_t kRemoteRead = 0;
 // Requests kept waiting for their reply on a reply wire: those told at once after a stretch of
 // noise on the request wire (at most a longest frame's bytes of them), but not a silent wire's
@@ -45,7 +46,8 @@ std::size_t replyLengthAt(const std::uint8_t* b, bool local) {
             be16(b + (local ? plcsim::kLocalCountAt : plcsim::kRemoteCountAt));
         // Local bit reads count bits, packed into 16-bit groups; the rest count the groups.
         const bool bits = local && b[plcsim::kLocalFunctionAt] == plcsim::kFnReadBits;
-        length = kReplyOverhead + 2 * (bits ? (count + kBitsPerGroup - 1) / kBitsPerGroup : count);
+        length = kReplyOverhead +
+                 kBytesPerGroup * (bits ? (count + kBitsPerGroup - 1) / kBitsPerGroup : count);
     }
     return length <= plcsim::kLongestFrame ? length : 0;
 }
@@ -156,13 +158,13 @@ std::vector<Frame> FrameRecovery::decideAll(bool quiet) {
     return frames;
 }
 
-FrameRecovery::Decision FrameRecovery::decide(std::size_t s, bool quiet) {
+FrameRecovery::Decision FrameRecovery::decide(std::size_t s, bool quiet) const {
     if (hears_ == Hears::Replies && requestsKnownUntil_ < times_[s]) {
         return {Decision::Wait, FrameKind::Dropped, 0, false, tools::FrameFamily::Unknown};
     }
     const Bytes& bytes = stream_.bytes();
     const std::size_t bound = reach(s, quiet);
-    const Expected* expected = hears_ == Hears::Requests ? nullptr : expectationAt(s);
+    const Expected* expected = expectationAt(s);
     bool pending = false;
     if (expected != nullptr) {
         // The request's length, and before it a shorter one the reply's byte count states.

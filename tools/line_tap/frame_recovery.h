@@ -2,12 +2,12 @@
 // on a two-wire bus hears requests and replies, one on a wire of a tap cable hears one direction.
 //
 // What the protocol tells is used first. A request says how long it is (frame_lengths.h), and a
-// remote one's header must tell its length too, as it names one of the family's areas and a
-// count of units; a reply is as long as the request it
-// answers asks for, or shorter when its own byte count says so. A frame is taken when its check
-// value holds: the CRC of local frames and replies, the sum of remote requests. While a request
-// waits for its reply, the next frame is that reply if it can be: its length is tried first.
-// Of the request lengths the first bytes allow, the shortest that holds is taken.
+// remote one's header must tell the same length, as it names one of the family's areas and a
+// count of units; a reply is as long as the request it answers asks for, or shorter when its own
+// byte count says so. A frame is taken when its check value holds: the CRC of local frames and
+// replies, the sum of remote requests. While a request waits for its reply, the next frame is
+// that reply if it can be: its length is tried first. Of the request lengths the first bytes
+// allow, the shortest that holds is taken.
 //
 // The quiet time between characters (the gap) decides where the bytes leave a choice. A frame's
 // characters come back to back, so no frame spans a gap, and once the line has been quiet for
@@ -84,7 +84,7 @@ private:
         std::size_t length;  // 0: no reply
         bool read;           // its reply states a byte count
         Clock::time_point since;
-        bool dueNext = true;  // no byte heard since the request was dropped: the reply is due
+        bool dueNext = true;  // no byte was dropped since the request: its reply starts next
     };
     struct Decision {
         enum { Take, Drop, Wait } what;
@@ -95,13 +95,13 @@ private:
     };
 
     std::vector<Frame> decideAll(bool quiet);
-    Decision decide(std::size_t s, bool quiet);
+    Decision decide(std::size_t s, bool quiet) const;
     // The expectation the bytes at `s` answer: the last request that came before them, or the
     // oldest one; null when none waits for a reply.
     const Expected* expectationAt(std::size_t s) const;
     std::size_t expectationIndex(std::size_t s) const;
     // Where a frame starting at `s` must end by: the next gap, the end of the bytes of a quiet
-    // line, or nowhere yet (npos).
+    // line, or nowhere yet (the largest size_t).
     std::size_t reach(std::size_t s, bool quiet) const;
     Outcome judge(std::size_t s, std::size_t n, Check check, std::size_t reach) const;
     // The first request length at `s` that holds or is still pending, if any.
