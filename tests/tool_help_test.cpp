@@ -9,6 +9,7 @@
 
 #include "host_options.h"
 #include "sim_options.h"
+#include "tap_options.h"
 
 namespace {
 
@@ -54,6 +55,7 @@ void expectEveryOption(const std::string& help, const std::vector<tools::Option<
 TEST(ToolHelp, ListsEveryOptionOfTheTable) {
     expectEveryOption(refhost::hostUsage(), refhost::hostOptionTable());
     expectEveryOption(plcsim::simUsage(), plcsim::simOptionTable());
+    expectEveryOption(linetap::tapUsage(), linetap::tapOptionTable());
 }
 
 }  // namespace

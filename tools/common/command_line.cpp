@@ -102,6 +102,32 @@ double parseFraction(const std::string& text, const std::string& what) {
     return parseDecimal(text, 0.0, 1.0, what);
 }
 
+namespace {
+
+// A run of a millisecond to a year: less does nothing, and more is a slip of the finger that
+// would also overflow the clock.
+constexpr double kMinRunSeconds = 0.001;
+constexpr double kMaxRunSeconds = 366.0 * 24 * 3600;
+
+}  // namespace
+
+double parseRunSeconds(const std::string& text) {
+    return parseDecimal(text, kMinRunSeconds, kMaxRunSeconds, "--seconds");
+}
+
+OutputFormat parseOutputFormat(const std::string& text) {
+    if (text == "table") {
+        return OutputFormat::Table;
+    }
+    if (text == "csv") {
+        return OutputFormat::Csv;
+    }
+    if (text == "json") {
+        return OutputFormat::Json;
+    }
+    throw UsageError("--format must be table, csv or json, not '" + text + "'");
+}
+
 std::string outputPath(const std::string& path, const std::string& option) {
     if (path == "-") {
         throw UsageError(option + " takes a file name, not '-': standard output carries the " +

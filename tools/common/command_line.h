@@ -116,6 +116,16 @@ double parseFraction(const std::string& text, const std::string& what);
 // A comma-separated list of integers within [min, max].
 std::vector<long> parseIntegerList(const std::string& text, long min, long max,
                                    const std::string& what);
+// The value of --seconds, how long a tool runs: a plain decimal number from 0.001 to a year.
+// Throws UsageError.
+double parseRunSeconds(const std::string& text);
+
+// How a tool shows what it finds: a table, redrawn in place on a terminal, or a line per item in
+// CSV or JSON, for scripts.
+enum class OutputFormat { Table, Csv, Json };
+// The value of --format: table, csv or json. Throws UsageError.
+OutputFormat parseOutputFormat(const std::string& text);
+
 // The path of a file a tool writes. "-" is refused: standard output carries the tool's own lines
 // (the values, the endpoint a simulator prints first), and a capture library would take "-" for
 // it.

@@ -3,7 +3,6 @@
 #include <pcap/pcap.h>
 
 #include <algorithm>
-#include <ctime>
 #include <stdexcept>
 #include <vector>
 
@@ -17,7 +16,7 @@ constexpr int kSnapshotLength = 65535;
 constexpr std::size_t kLongestPacketData = kSnapshotLength - kCaptureHeaderLength;
 constexpr std::uint8_t kSent = 0;
 constexpr std::uint8_t kReceived = 1;
-constexpr long kNanosecondsPerMicrosecond = 1000;
+constexpr long long kMicrosecondsPerSecond = 1000000;
 
 }  // namespace
 
@@ -47,37 +46,48 @@ LineCapture::~LineCapture() {
     }
 }
 
-void LineCapture::request(FrameFamily family, const std::uint8_t* data, std::size_t length) {
+void LineCapture::request(FrameFamily family, const std::uint8_t* data, std::size_t length,
+                          CaptureClock::time_point at) {
     ++exchange_;
     family_ = family;
-    write(Kind::Request, family, data, length);
+    write(Kind::Request, family, data, length, at);
 }
 
-void LineCapture::reply(const std::uint8_t* data, std::size_t length) {
-    write(Kind::Reply, family_, data, length);
+void LineCapture::reply(const std::uint8_t* data, std::size_t length, CaptureClock::time_point at) {
+    write(Kind::Reply, family_, data, length, at);
 }
 
-void LineCapture::dropped(const std::uint8_t* data, std::size_t length) {
-    write(Kind::Dropped, FrameFamily::Unknown, data, length);
+void LineCapture::dropped(const std::uint8_t* data, std::size_t length,
+                          CaptureClock::time_point at) {
+    write(Kind::Dropped, FrameFamily::Unknown, data, length, at);
 }
 
-void LineCapture::write(Kind kind, FrameFamily family, const std::uint8_t* data,
-                        std::size_t length) {
+void LineCapture::write(Kind kind, FrameFamily family, const std::uint8_t* data, std::size_t length,
+                        CaptureClock::time_point at) {
     if (dumper_ == nullptr || length == 0) {
         return;
     }
-    for (std::size_t at = 0; at < length; at += kLongestPacketData) {
-        writePacket(kind, family, data + at, std::min(length - at, kLongestPacketData));
+    for (std::size_t from = 0; from < length; from += kLongestPacketData) {
+        writePacket(kind, family, data + from, std::min(length - from, kLongestPacketData), at);
     }
     pcap_dump_flush(dumper_);
 }
 
 void LineCapture::writePacket(Kind kind, FrameFamily family, const std::uint8_t* data,
-                              std::size_t length) {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    // The host sends requests and receives the rest; the PLC receives requests and noise.
-    const bool sent = side_ == CaptureSide::Host ? kind == Kind::Request : kind == Kind::Reply;
+                              std::size_t length, CaptureClock::time_point at) {
+    // The host sends requests and receives the rest; the PLC receives requests and noise and
+    // sends replies; a tap only listens.
+    bool sent = false;
+    switch (side_) {
+        case CaptureSide::Host:
+            sent = kind == Kind::Request;
+            break;
+        case CaptureSide::Plc:
+            sent = kind == Kind::Reply;
+            break;
+        case CaptureSide::Tap:
+            break;
+    }
     std::vector<std::uint8_t> packet{static_cast<std::uint8_t>(kCaptureHeaderLength),
                                      kCaptureVersion,
                                      static_cast<std::uint8_t>(side_),
@@ -90,9 +100,11 @@ void LineCapture::writePacket(Kind kind, FrameFamily family, const std::uint8_t*
                                      static_cast<std::uint8_t>(exchange_)};
     packet.insert(packet.end(), data, data + length);
 
+    const auto microseconds =
+        std::chrono::duration_cast<std::chrono::microseconds>(at.time_since_epoch()).count();
     pcap_pkthdr header{};
-    header.ts.tv_sec = now.tv_sec;
-    header.ts.tv_usec = static_cast<suseconds_t>(now.tv_nsec / kNanosecondsPerMicrosecond);
+    header.ts.tv_sec = static_cast<time_t>(microseconds / kMicrosecondsPerSecond);
+    header.ts.tv_usec = static_cast<suseconds_t>(microseconds % kMicrosecondsPerSecond);
     header.caplen = static_cast<bpf_u_int32>(packet.size());
     header.len = header.caplen;
     pcap_dump(reinterpret_cast<u_char*>(dumper_), &header, packet.data());

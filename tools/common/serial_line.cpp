@@ -181,8 +181,9 @@ LineSettings lineSettingsOf(int fd) {
     return line;
 }
 
-UniqueFd openSerialDevice(const std::string& path, const LineSettings& line) {
-    UniqueFd fd(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+UniqueFd openSerialDevice(const std::string& path, const LineSettings& line, DeviceAccess access) {
+    const int mode = access == DeviceAccess::ReadOnly ? O_RDONLY : O_RDWR;
+    UniqueFd fd(::open(path.c_str(), mode | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     if (!fd.valid()) {
         throw systemError("cannot open serial device " + path);
     }

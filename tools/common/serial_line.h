@@ -54,9 +54,13 @@ int bitsPerCharacter(const LineSettings& line);
 // How long `bytes` characters take on the line at its speed.
 std::chrono::nanoseconds lineTime(const LineSettings& line, std::size_t bytes);
 
+// A tap opens its devices for reading alone: it never writes to the line.
+enum class DeviceAccess { ReadWrite, ReadOnly };
+
 // Opens a serial device (or a pseudo-terminal's device) for reading and writing without
 // blocking and without making it the controlling terminal. Throws std::runtime_error.
-UniqueFd openSerialDevice(const std::string& path, const LineSettings& line);
+UniqueFd openSerialDevice(const std::string& path, const LineSettings& line,
+                          DeviceAccess access = DeviceAccess::ReadWrite);
 
 // Raw mode with the given settings; throws std::runtime_error.
 void configureLine(int fd, const LineSettings& line);

@@ -1,10 +1,8 @@
 // Finds request frames in the byte stream of a serial line or a TCP connection.
 //
-// A frame says how long it is: a local read is 10 bytes, a local write 11 bytes plus its
-// payload length byte (byte 8), a remote frame carries its length in byte 0. Both length bytes
-// keep only 8 bits, so a long frame may be 256, 512, ... bytes longer than it says. Of the
-// lengths the first bytes allow, the shortest whose check value holds is taken: the CRC for a
-// local frame's length, the sum for a remote one's.
+// A frame says how long it is (frame_lengths.h). Of the lengths the first bytes allow, the
+// shortest whose check value holds is taken: the CRC for a local frame's length, the sum for a
+// remote one's.
 // While a longer one could still arrive, the splitter waits; once the line has been quiet for
 // the inter-frame gap, bytes that start no frame are dropped one at a time until one does.
 //
@@ -16,6 +14,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "frame_lengths.h"
 #include "plc_model.h"
 
 namespace plcsim {
@@ -39,22 +38,14 @@ public:
     // rest.
     std::vector<Piece> flush();
 
-    bool pending() const { return start_ < buffer_.size(); }
+    bool pending() const { return start_ < stream_.size(); }
     // Bytes dropped because no frame could start with them.
     std::size_t discarded() const { return discarded_; }
 
 private:
     std::vector<Piece> extract(bool lineQuiet);
-    // The `n` bytes from start_ end in their CRC, or in their sum.
-    bool crcHolds(std::size_t n) const;
-    bool sumHolds(std::size_t n) const;
 
-    // The bytes received and not yet taken, and for each position of them and their end the low
-    // byte of the sum and the CRC register of every byte before it since the splitter began:
-    // the check values of any stretch follow from those at its two ends.
-    Bytes buffer_;
-    std::vector<std::uint8_t> sums_{0};
-    std::vector<std::uint16_t> crcs_{kCrcInit};
+    StreamChecks stream_;      // the bytes received and not yet taken
     std::size_t start_ = 0;    // where the next frame may start
     std::size_t checked_ = 0;  // lengths from start_ up to this one were found to be no frame
     std::size_t discarded_ = 0;

@@ -44,6 +44,10 @@ int PlcModel::areaCodeOfIndex(int index) {
     return index >= 0 && index < kIndexCount ? kCodeOfIndex[index] : -1;
 }
 
+bool PlcModel::knowsAreaIndex(int index) {
+    return areaCodeOfIndex(index) >= 0 || index == kBitOfWordIndex;
+}
+
 bool PlcModel::isBitAreaCode(int code) {
     return code > 0 && code < 0x80;
 }

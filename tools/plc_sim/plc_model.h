@@ -81,6 +81,8 @@ public:
 
     // Wire area code of a driver area index (remote frames name areas by index), or -1.
     static int areaCodeOfIndex(int index);
+    // An area index a remote frame may name: one of the areas, or 29, a bit of a word.
+    static bool knowsAreaIndex(int index);
     static bool isBitAreaCode(int code);
 
 private:

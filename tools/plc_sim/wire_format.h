@@ -20,6 +20,14 @@ constexpr std::size_t kLocalWriteHeader = 9;  // station .. payload length byte
 constexpr std::size_t kCrcLength = 2;
 constexpr std::size_t kRemoteHeader = 21;  // length byte .. extra
 constexpr std::size_t kRemoteMinLength = kRemoteHeader + 1;
+// Where the fields are that say what a request is and how long its reply.
+constexpr std::size_t kLocalStationAt = 0;
+constexpr std::size_t kLocalFunctionAt = 1;
+constexpr std::size_t kLocalCountAt = 6;
+constexpr std::size_t kRemoteDirectionAt = 2;  // 0: a read
+constexpr std::size_t kRemoteStationAt = 4;
+constexpr std::size_t kRemoteAreaAt = 5;
+constexpr std::size_t kRemoteCountAt = 11;
 
 // The most one read asks for: a host of this family reads at most 100 words in one frame, or
 // the bits of 100 words. A larger read is not answered; a frame of 10 bytes could otherwise

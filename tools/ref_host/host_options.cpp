@@ -17,25 +17,8 @@ constexpr long kMaxRetries = 100;
 constexpr long kMaxTurnaroundMs = 60000;
 constexpr long kMaxScans = 1L << 30;
 constexpr long kMaxCycleMs = 3600000;
-// A run of a millisecond to a year: less polls nothing, and more is a slip of the finger that
-// would also overflow the clock.
-constexpr double kMinSeconds = 0.001;
-constexpr double kMaxSeconds = 366.0 * 24 * 3600;
 constexpr char kPortNameCharacters[] =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_";
-
-Format parseFormat(const std::string& text) {
-    if (text == "table") {
-        return Format::Table;
-    }
-    if (text == "csv") {
-        return Format::Csv;
-    }
-    if (text == "json") {
-        return Format::Json;
-    }
-    throw tools::UsageError("--format must be table, csv or json, not '" + text + "'");
-}
 
 }  // namespace
 
@@ -184,11 +167,9 @@ std::vector<tools::Option<HostOptions>> hostOptionTable() {
              o.scans = tools::parseInteger(v, 1, kMaxScans, "--scans");
          }},
         {"seconds", "S", "stop after S seconds, 0.001 to a year (default: until Ctrl-C)",
-         [](HostOptions& o, const std::string& v) {
-             o.seconds = tools::parseDecimal(v, kMinSeconds, kMaxSeconds, "--seconds");
-         }},
+         [](HostOptions& o, const std::string& v) { o.seconds = tools::parseRunSeconds(v); }},
         {"format", "table|csv|json", "live table (default), or one line per variable per scan",
-         [](HostOptions& o, const std::string& v) { o.format = parseFormat(v); }},
+         [](HostOptions& o, const std::string& v) { o.format = tools::parseOutputFormat(v); }},
         {"trace", nullptr, "every frame sent and received, decoded, and its result (on stderr)",
          [](HostOptions& o, const std::string&) { o.trace = true; }},
         {"pcap", "FILE",

@@ -14,7 +14,7 @@
 
 namespace refhost {
 
-enum class Format { Table, Csv, Json };
+using Format = tools::OutputFormat;
 enum class PortKind { StartedSimulator, SerialDevice, Tcp };
 
 // The port record's settings.

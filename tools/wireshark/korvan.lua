@@ -19,7 +19,7 @@ local korvan = Proto("korvan", "Korvan PLC line")
 local HEADER_VERSION = 1
 local MIN_HEADER_LENGTH = 10  -- version 1's fields
 local SIDE_HOST = 0
-local SIDE_NAMES = { [SIDE_HOST] = "host", [1] = "PLC" }
+local SIDE_NAMES = { [SIDE_HOST] = "host", [1] = "PLC", [2] = "tap" }
 local DIRECTION_NAMES = { [0] = "sent", [1] = "received" }
 local KIND_REQUEST, KIND_REPLY = 0, 1  -- and 2: bytes dropped
 local KIND_NAMES = { [0] = "request", [1] = "reply", [2] = "dropped as line noise" }
