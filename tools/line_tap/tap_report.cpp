@@ -1,7 +1,6 @@
 #include "tap_report.h"
 
 #include <cmath>
-#include <cstdio>
 #include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -16,9 +15,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-constexpr auto kRedrawEvery = std::chrono::milliseconds(100);
-constexpr char kCursorUp[] = "\x1b[%dA";
-constexpr char kClearLine[] = "\x1b[K";
 constexpr int kStationWidth = 9;
 constexpr int kCountWidth = 10;
 constexpr int kTimeWidth = 15;
@@ -68,18 +64,17 @@ Json statsJson(const StationStats& s) {
 }
 
 void tableRow(std::ostream& out, const std::string& station, const StationStats& s,
-              const char* clear) {
+              const char* end) {
     out << std::left << std::setw(kStationWidth) << station << std::right << std::setw(kCountWidth)
         << s.requests << std::setw(kCountWidth) << s.replies << std::setw(kCountWidth) << s.bad
         << std::setw(kCountWidth) << s.missing << std::setw(kTimeWidth)
-        << tenthsText(s.replyMsMean()) << std::setw(kTimeWidth) << tenthsText(s.replyMsMax) << clear
-        << '\n';
+        << tenthsText(s.replyMsMean()) << std::setw(kTimeWidth) << tenthsText(s.replyMsMax) << end;
 }
 
 }  // namespace
 
 TapReport::TapReport(tools::OutputFormat format, bool terminal, Clock::time_point start)
-    : format_(format), terminal_(terminal), start_(start) {}
+    : format_(format), table_(terminal), start_(start) {}
 
 void TapReport::listening(const std::string& what) const {
     std::cerr << "korvan_line_tap: listening to " << what << std::endl;
@@ -117,8 +112,7 @@ void TapReport::show(const std::vector<Exchange>& done) {
 }
 
 void TapReport::refresh(const Exchanges& exchanges) {
-    if (format_ == tools::OutputFormat::Table && terminal_ &&
-        Clock::now() - lastDraw_ >= kRedrawEvery) {
+    if (format_ == tools::OutputFormat::Table && table_.due()) {
         drawTable(exchanges);
     }
 }
@@ -148,28 +142,18 @@ void TapReport::finish(const Exchanges& exchanges) {
 
 void TapReport::drawTable(const Exchanges& exchanges) {
     std::ostringstream out;
-    if (terminal_ && drawnLines_ > 0) {
-        char up[16];
-        std::snprintf(up, sizeof up, kCursorUp, drawnLines_);
-        out << up;
-    }
-    const char* clear = terminal_ ? kClearLine : "";
+    const char* end = table_.lineEnd();
     out << std::left << std::setw(kStationWidth) << "station" << std::right
         << std::setw(kCountWidth) << "requests" << std::setw(kCountWidth) << "replies"
         << std::setw(kCountWidth) << "bad" << std::setw(kCountWidth) << "missing"
         << std::setw(kTimeWidth) << "reply ms mean" << std::setw(kTimeWidth) << "reply ms max"
-        << clear << '\n';
-    int lines = 1;
+        << end;
     for (const auto& [station, s] : exchanges.stations()) {
-        tableRow(out, std::to_string(station), s, clear);
-        ++lines;
+        tableRow(out, std::to_string(station), s, end);
     }
-    tableRow(out, "all", exchanges.total(), clear);
-    out << "bytes dropped " << exchanges.bytesDropped() << clear << '\n';
-    lines += 2;
-    std::cout << out.str() << std::flush;
-    drawnLines_ = lines;
-    lastDraw_ = Clock::now();
+    tableRow(out, "all", exchanges.total(), end);
+    out << "bytes dropped " << exchanges.bytesDropped() << end;
+    table_.draw(out.str());
 }
 
 }  // namespace linetap

@@ -8,6 +8,7 @@
 
 #include "command_line.h"
 #include "exchanges.h"
+#include "live_table.h"
 
 namespace linetap {
 
@@ -30,10 +31,8 @@ private:
     void drawTable(const Exchanges& exchanges);
 
     tools::OutputFormat format_;
-    bool terminal_;
+    tools::LiveTable table_;
     Clock::time_point start_;
-    int drawnLines_ = 0;
-    Clock::time_point lastDraw_;
 };
 
 }  // namespace linetap

@@ -1,7 +1,6 @@
 #include "report.h"
 
 #include <cmath>
-#include <cstdio>
 #include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -13,9 +12,6 @@ namespace refhost {
 
 namespace {
 
-constexpr auto kRedrawEvery = std::chrono::milliseconds(100);
-constexpr char kCursorUp[] = "\x1b[%dA";
-constexpr char kClearLine[] = "\x1b[K";
 constexpr int kNameWidth = 16;
 constexpr int kColumnWidth = 8;
 constexpr int kStateWidth = 12;
@@ -54,7 +50,7 @@ double meanScanMs(const RunStats& s) {
 }  // namespace
 
 Report::Report(Format format, bool terminal, std::vector<std::string> ports)
-    : format_(format), terminal_(terminal), ports_(std::move(ports)), rows_(ports_.size()) {}
+    : format_(format), table_(terminal), ports_(std::move(ports)), rows_(ports_.size()) {}
 
 std::string Report::prefix(int port) const {
     return named() ? "port " + ports_.at(static_cast<std::size_t>(port)) + ": " : "";
@@ -73,7 +69,7 @@ void Report::start(int port, const std::string& link) {
 void Report::error(int port, const std::string& what) {
     std::lock_guard<std::mutex> lock(mutex_);
     std::cerr << "korvan_ref_host: " << prefix(port) << what << std::endl;
-    drawnLines_ = 0;
+    table_.moveBelow();
 }
 
 void Report::trace(int port, const std::vector<std::string>& lines) {
@@ -85,18 +81,10 @@ void Report::trace(int port, const std::vector<std::string>& lines) {
     std::cerr << text << std::flush;
 }
 
-// Asked by every polling thread after every scan, so without the lock: the time of the last
-// drawing is kept apart, in an atomic.
+// Asked by every polling thread after every scan, so without the lock: the table keeps the time
+// of its last drawing in an atomic.
 bool Report::showsScan() const {
-    if (format_ != Format::Table) {
-        return true;
-    }
-    if (!terminal_) {
-        return false;
-    }
-    const Clock::duration sinceDraw =
-        Clock::now().time_since_epoch() - Clock::duration(lastDraw_.load());
-    return sinceDraw >= kRedrawEvery;
+    return format_ != Format::Table || table_.due();
 }
 
 void Report::scan(int port, long number, long elapsedMs, std::vector<VariableValues> rows) {
@@ -153,7 +141,7 @@ void Report::writeResult(int port, const std::string& write, bool done) {
         std::cerr << prefix(port) << "write " << visibleText(write) << ": "
                   << (done ? "done" : "failed") << std::endl;
         // The message went below the table; draw it anew underneath.
-        drawnLines_ = 0;
+        table_.moveBelow();
     }
 }
 
@@ -234,33 +222,24 @@ void Report::printStatsJson(int port, const RunStats& s) const {
 
 void Report::drawTable() {
     std::ostringstream out;
-    if (terminal_ && drawnLines_ > 0) {
-        char up[16];
-        std::snprintf(up, sizeof up, kCursorUp, drawnLines_);
-        out << up;
-    }
-    const char* clear = terminal_ ? kClearLine : "";
+    const char* end = table_.lineEnd();
     out << std::left;
     if (named()) {
         out << std::setw(kPortWidth) << "port";
     }
     out << std::setw(kNameWidth) << "variable" << std::setw(kColumnWidth) << "station"
         << std::setw(kStateWidth) << "state"
-        << "value" << clear << '\n';
-    int lines = 1;
+        << "value" << end;
     for (std::size_t port = 0; port < rows_.size(); ++port) {
         for (const VariableValues& r : rows_[port]) {
             if (named()) {
                 out << std::setw(kPortWidth) << ports_[port];
             }
             out << std::setw(kNameWidth) << visibleText(r.variable->name) << std::setw(kColumnWidth)
-                << r.station << std::setw(kStateWidth) << r.state << valueText(r) << clear << '\n';
-            ++lines;
+                << r.station << std::setw(kStateWidth) << r.state << valueText(r) << end;
         }
     }
-    std::cout << out.str() << std::flush;
-    drawnLines_ = lines;
-    lastDraw_.store(Clock::now().time_since_epoch().count());
+    table_.draw(out.str());
 }
 
 }  // namespace refhost

@@ -4,13 +4,12 @@
 #ifndef KORVAN_TOOLS_REPORT_H
 #define KORVAN_TOOLS_REPORT_H
 
-#include <atomic>
-#include <chrono>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "host_options.h"
+#include "live_table.h"
 #include "run_stats.h"
 
 namespace refhost {
@@ -44,14 +43,11 @@ private:
     void printStatsJson(int port, const RunStats& s) const;
 
     Format format_;
-    bool terminal_;
+    tools::LiveTable table_;
     std::vector<std::string> ports_;
     mutable std::mutex mutex_;
     std::vector<std::vector<VariableValues>> rows_;  // by port: the last scan's
     bool headerShown_ = false;
-    int drawnLines_ = 0;
-    using Clock = std::chrono::steady_clock;
-    std::atomic<Clock::rep> lastDraw_{0};  // when the table was last drawn, since the epoch
 };
 
 }  // namespace refhost
