@@ -15,8 +15,6 @@ namespace refhost {
 namespace {
 
 constexpr int kExitNothingAnswered = 3;
-constexpr int kPortId = 1;
-constexpr int kHostTag = 1;
 constexpr double kMsPerSecond = 1000.0;
 // The word every try reads: word 0 of the first word area, which every PLC of the family has.
 constexpr int kTryArea = korvan::kAreaFirstWord;
@@ -40,7 +38,7 @@ public:
         // No retry: a bad reply ends the try at once.
         record_.retryLimit = 0;
         record_.maxUnits = 1;
-        record_.portId = kPortId;
+        record_.portId = kHostPortId;
         record_.hostTag = kHostTag;
         record_.writeMode = korvan::kWriteImageOnly;
         HOSTVAR word;

@@ -9,6 +9,12 @@
 
 namespace refhost {
 
+// What this host puts in every port record it hands a driver: its variables are all on the port
+// the record describes, and each port's callbacks run on that port's own polling thread, so the
+// tag need not tell ports apart.
+constexpr int kHostPortId = 1;
+constexpr int kHostTag = 1;
+
 // The entry points the host calls.
 struct DriverApi {
     decltype(&SetComInfo) setComInfo = nullptr;

@@ -17,8 +17,6 @@ namespace refhost {
 
 namespace {
 
-constexpr int kPortId = 1;  // the host's variables are all on this port
-constexpr int kHostTag = 1;
 constexpr int kWriteOwner = 1;  // the writes' owner: their abandon codes are 12, 42, 72
 constexpr auto kIdleWait = std::chrono::milliseconds(100);
 constexpr auto kDrainLimit = std::chrono::seconds(10);
@@ -85,7 +83,7 @@ Poller::Poller(const DriverApi& api, ComInfo& port, Link& link, const HostOption
     port_.retryLimit = s.retries;
     port_.perVarStation = s.perVarStation ? 1 : 0;
     port_.remoteMode = s.remoteMode ? 1 : 0;
-    port_.portId = kPortId;
+    port_.portId = kHostPortId;
     port_.writeMode = s.writeMode;
     port_.hostTag = kHostTag;
     api_.setComInfo(&port_);
