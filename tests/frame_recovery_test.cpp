@@ -4,8 +4,10 @@
 // when the input ends.
 #include <gtest/gtest.h>
 
-#include <QtCore/QByteArray>
+#include <cctype>
+#include <string>
 
+#include "hex_text.h"
 #include "receivers.h"
 
 namespace {
@@ -34,16 +36,23 @@ constexpr char kNoise[] = "FF 00 A5";
 // A remote read of area index 64, which no area has: its sum holds by chance.
 constexpr char kNoArea[] = "16 00 00 01 01 00 40 00 00 00 64 00 02 00 00 00 00 00 00 00 00 BE";
 
+// Pairs of hexadecimal digits, whatever stands between them.
 Bytes bytesOf(const std::string& hex) {
-    const QByteArray b = QByteArray::fromHex(QByteArray::fromStdString(hex));
-    return Bytes(b.begin(), b.end());
+    std::string digits;
+    for (const char c : hex) {
+        if (std::isxdigit(static_cast<unsigned char>(c)) != 0) {
+            digits += c;
+        }
+    }
+    Bytes bytes;
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+        bytes.push_back(static_cast<std::uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
 }
 
 std::string hexOf(const Bytes& bytes) {
-    return QByteArray(reinterpret_cast<const char*>(bytes.data()), static_cast<int>(bytes.size()))
-        .toHex(' ')
-        .toUpper()
-        .toStdString();
+    return tools::hexBytes(bytes.data(), bytes.size());
 }
 
 // A local write of 300 payload bytes, longer than its length byte says, and its
