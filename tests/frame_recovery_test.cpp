@@ -30,8 +30,11 @@ constexpr char kRemoteWrite[] =
     "18 00 01 01 01 00 0E 00 00 00 64 00 01 00 00 00 00 00 00 00 00 34 12 D4";
 constexpr char kRemoteWriteAck[] = "01 21 00 0E 00 00 00 64 D8 EF";
 constexpr char kBroadcastWrite[] = "00 21 80 00 00 05 00 01 02 AB CD 29 41";
-constexpr char kReadBits[] = "01 1E 01 00 00 20 00 10 7E 11";
-constexpr char kReadBitsReply[] = "01 1E 02 01 80 BE 18";
+constexpr char kReadBits[] = "01 1E 01 00 00 20 00 14 7F D2";  // 20 bits: two groups
+constexpr char kReadBitsReply[] = "01 1E 04 01 80 05 00 FA FA";
+constexpr char kRemoteBitWrite[] =  // 3 bits in one byte
+    "17 00 01 01 01 00 01 00 00 00 00 00 03 00 00 00 00 00 00 00 00 05 23";
+constexpr char kRemoteBitWriteAck[] = "01 21 00 01 00 00 00 00 8D 05";
 constexpr char kNoise[] = "FF 00 A5";
 // A remote read of area index 64, which no area has: its sum holds by chance.
 constexpr char kNoArea[] = "16 00 00 01 01 00 40 00 00 00 64 00 02 00 00 00 00 00 00 00 00 BE";
@@ -118,10 +121,11 @@ TEST(FrameRecovery, TellsFramesOfBothDirectionsAsSoonAsTheBytesAllow) {
     const Case cases[] = {
         {"both families back to back, a broadcast among them", false,
          {{0, 0, std::string(kRead) + kReadReply + kRemoteRead + kReadReply + kWrite + kWriteAck +
-                 kRemoteWrite + kRemoteWriteAck + kBroadcastWrite + kReadBits + kReadBitsReply}},
+                 kRemoteWrite + kRemoteWriteAck + kBroadcastWrite + kReadBits + kReadBitsReply +
+                 kRemoteBitWrite + kRemoteBitWriteAck}},
          {q(kRead), r(kReadReply), q(kRemoteRead, true), r(kReadReply), q(kWrite), r(kWriteAck),
           q(kRemoteWrite, true), r(kRemoteWriteAck), q(kBroadcastWrite), q(kReadBits),
-          r(kReadBitsReply)},
+          r(kReadBitsReply), q(kRemoteBitWrite, true), r(kRemoteBitWriteAck)},
          {}},
         {"a reply in pieces, a long write", false,
          {{0, 0, kRead}, {0, 5, "01 20 04 12"}, {0, 6, "34 56 78 86 54"},

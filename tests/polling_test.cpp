@@ -77,6 +77,20 @@ TEST_F(Polling, EachKindOfExchangeAgainstThePlc) {
         EXPECT_EQ(poll(), -1);
     }
     EXPECT_EQ(plc.word(1, 0x80, 50), 0x1234);
+    // Every area the driver reads, in either family, the PLC answers from that area's words: the
+    // driver's and the PLC's codes of the areas agree.
+    for (int area = 0; area < bitOfWord; ++area) {
+        SCOPED_TRACE(area);
+        plc.setWord(1, plcsim::PlcModel::areaCodeOfIndex(area), 7,
+                    static_cast<quint16>(0x100 + area));
+        for (const int remoteMode : {0, 1}) {
+            info.remoteMode = remoteMode;
+            driver.registerCache.clear();
+            driver.readList = {var(area, 7, 1)};
+            EXPECT_EQ(run(1), std::vector<int>{good});
+            EXPECT_EQ(word(area, 7), 0x100 + area);
+        }
+    }
 }
 
 // Writes first, then once-reads, at most five of each in a row, then one cyclic read, which lets

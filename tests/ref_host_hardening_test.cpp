@@ -45,35 +45,43 @@ std::string numbers(int from, int to) {
 }
 
 // A run of writes alone goes on until every write has its result: more than the driver's burst
-// of five, a bit of a word written bit by bit, a write in more pieces than a burst. The PLC's
-// dump holds every word. A run stopped while a write is under way says so and fails.
+// of five, a bit of a word written bit by bit, a write in more pieces than a burst, a write
+// longer on the line than the turnaround. The PLC's dump holds every word, the last area's too.
+// A run stopped while a write is under way says so and fails.
 TEST(RefHostHardening, AWriteOnlyRunEndsWhenEveryWriteHasItsResult) {
-    Memory written;
+    Memory written, longWrite;
     Texts writes;
     for (std::uint32_t a = 1; a <= 7; ++a) {
         writes.insert(writes.end(),
                       {"--write", "14:" + std::to_string(a) + "=" + std::to_string(a)});
         written[{1, 14, a}] = static_cast<std::uint16_t>(a);
     }
-    writes.insert(writes.end(), {"--write", "29:10.0=1,1,1,1,1,1,1,1"});
+    writes.insert(writes.end(), {"--write", "29:10.0=1,1,1,1,1,1,1,1", "--write", "28:7=7"});
     written[{1, 14, 10}] = 0x00FF;
-    writes.insert(writes.end(), {"--write", "14:300=" + numbers(1, 200)});
+    written[{1, 28, 7}] = 7;  // the last area
+    const std::string longText = "14:300=" + numbers(1, 200);
+    writes.insert(writes.end(), {"--write", longText});
     for (std::uint32_t a = 0; a < 200; ++a) {
-        written[{1, 14, 300 + a}] = static_cast<std::uint16_t>(a + 1);
+        written[{1, 14, 300 + a}] = longWrite[{1, 14, 300 + a}] = static_cast<std::uint16_t>(a + 1);
     }
     struct Case {
         std::string sim;
         Texts writes;
-        int stopAfterMs;  // after it polls; 0: the run ends by itself
+        const Memory* memory;  // the PLC's dump at the end; null: not checked
+        int stopAfterMs;       // after it polls; 0: the run ends by itself
         int exitCode;
         std::string message;
         long done, unanswered;
     };
     // clang-format off
     const Case cases[] = {
-        {"", writes, 0, 0, "", 9, 0},
-        // Replies at the pace of 9600 baud: the 63 pieces take seconds.
-        {"--baud-delay", {"--write", "14:0=" + numbers(1, 2000)}, 500, 1, "1 write got no result", 0, 1},
+        {"", writes, &written, 0, 0, "", 10, 0},
+        // Replies at the pace of 9600 baud. A request of 100 words is longer on the line than
+        // the turnaround; the 63 pieces take seconds.
+        {"--baud-delay", {"--block-length", "100", "--write", longText}, &longWrite, 0, 0, "",
+         1, 0},
+        {"--baud-delay", {"--write", "14:0=" + numbers(1, 2000)}, nullptr, 500, 1,
+         "1 write got no result", 0, 1},
     };
     // clang-format on
     for (const Case& c : cases) {
@@ -91,8 +99,8 @@ TEST(RefHostHardening, AWriteOnlyRunEndsWhenEveryWriteHasItsResult) {
         const J stats = statsOf(host);
         EXPECT_EQ(stats.value("writes_done", -1), c.done);
         EXPECT_EQ(stats.value("writes_unanswered", -1), c.unanswered);
-        if (c.stopAfterMs == 0) {
-            EXPECT_EQ(readMemory(dir.path("plc.txt")), written);
+        if (c.memory != nullptr) {
+            EXPECT_EQ(readMemory(dir.path("plc.txt")), *c.memory);
         }
     }
 }

@@ -96,6 +96,7 @@ TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
     // Everything ten, and a leading zero on it: a station, addresses and values.
     std::ofstream(dir.path("ten.txt")) << "010 14 010 08\n010 14 011 0x0B\n010 14 012 012\n";
     std::ofstream(dir.path("ten.csv")) << "v,14,010,010,2\n";
+    std::ofstream(dir.path("area29.txt")) << "1 28 0 1\n1 29 0 1\n";  // 29 has no code of its own
     // A bare library name: this Qt's driver in the folder the host runs in, the other Qt's
     // under the same name on the loader's path, where loading it would fail (or crash).
     std::filesystem::create_directory(dir.path("lib"));
@@ -119,6 +120,7 @@ TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
         {{}, sim, {"--memory", "nul.txt"}, 1,
          "nul.txt:1: address" + number + "0 to 16777215 (decimal, or hexadecimal after 0x), "
          "not '5\\x00'", {}},
+        {{}, sim, {"--memory", "area29.txt"}, 1, "area29.txt:2: area" + number + "0 to 28 (", {}},
         {{}, sim, {"--dump", "folder"}, 1, "cannot write the dump file folder: Is a directory", {}},
         {{}, sim, {"--dump", "none/plc.txt"}, 1,
          "cannot write the dump file none/plc.txt: No such file or directory", {}},
@@ -132,6 +134,10 @@ TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
         {{}, host, {"--sim-options", "--stations 010 --memory ten.txt", "--station", "010",
                     "--per-var-station", "--tags", "ten.csv", "14:12", "--scans", "1",
                     "--format", "json"}, 0, "", {{"v", {8, 11}}, {"14:12", {12}}}},
+        // The last address of a local frame, in a word area, an octal bit area and area 29.
+        {{}, host, {"--sim-options", "--fill 0x8000", "--scans", "1", "--format", "json",
+                    "14:16777215", "0:77777777", "29:16777215.15"}, 0, "",
+         {{"14:16777215", {0x8000}}, {"0:77777777", {1}}, {"29:16777215.15", {1}}}},
         {{onLoaderPath}, host, {"--library", "libdriver.so", "--sim-options", "--fill 5",
                                 "--scans", "1", "--format", "json", "14:0"}, 0, "",
          {{"14:0", {5}}}},
