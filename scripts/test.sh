@@ -83,7 +83,7 @@ CC=clang-14 CXX=clang++-14 cmake -S . -B build/fuzz -G Ninja -DKORVAN_WERROR=ON 
     -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVAN_FUZZ=ON -DKORVAN_SANITIZE=address,undefined \
     -DKORVAN_BUILD_TESTS=OFF -DKORVAN_BUILD_BENCH=OFF >/dev/null
 cmake --build build/fuzz -j "$jobs"
-for target in fuzz_reply fuzz_address fuzz_rebuild fuzz_session; do
+for target in fuzz_reply fuzz_address fuzz_rebuild fuzz_session fuzz_line_tap; do
     echo "== fuzz: $target"
     scratch=$(mktemp -d)
     if ! "build/fuzz/fuzz/$target" -max_total_time="${FUZZ_SECONDS:-15}" -print_final_stats=1 \
