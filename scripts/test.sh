@@ -67,7 +67,8 @@ qt4_script=${KORVAN_QT4_SOURCE:-../shared/qt4/build-qtcore4.sh}
 if [[ -f $qt4_script ]]; then
     install_missing make perl xz-utils g++-arm-linux-gnueabihf
     build_qt4 native
-    # No build type, as the README's build by hand: the export list must hold unoptimised too.
+    # No build type, as the build by hand in docs/testing.md: the export list must hold unoptimised
+    # too.
     run_suite qt4 -DCMAKE_BUILD_TYPE= -DKORVAN_BUILD_BENCH=OFF \
         -DKORVAN_QT_MAJOR=4 -DKORVAN_QT4_PREFIX="$PWD/build/qt4-native"
     make_package build/qt4
