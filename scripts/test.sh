@@ -40,7 +40,7 @@ build_qt4() {
     bash "$qt4_script" "$1" "build/qt4-$1"
 }
 
-run_suite default -DCMAKE_BUILD_TYPE=RelWithDebInfo
+run_suite default -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORVAN_BUILD_BENCH=ON
 make_package build/default
 
 # Every benchmark once and briefly, in the tree just built: the whole measuring chain must run.
