@@ -4,26 +4,21 @@
 #include "tool_processes.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <memory>
 
 #include "byte_io.h"
+#include "frame_bytes.h"
 #include "tcp.h"
-#include "wire_format.h"
 
 namespace {
 
 using namespace tooltest;
-using plcsim::Bytes;
-using Byte = std::uint8_t;
-using Words = std::vector<std::uint16_t>;
+using namespace testframes;
 
-constexpr Byte kArea14Code = 0x80;
 constexpr Byte kNoAreaCode = 0x7F;  // a code no area has: the PLC ignores the frame
-constexpr Byte kArea14 = 14;
-constexpr Byte kServed = 1;    // the simulator's station
-constexpr Byte kUnserved = 2;  // a station nobody answers
+constexpr Byte kServed = 1;         // the simulator's station
+constexpr Byte kUnserved = 2;       // a station nobody answers
 constexpr int kReplyWaitMs = 5000;
 constexpr auto kSplitPause = std::chrono::milliseconds(50);
 // The simulator judges the bytes it holds once the line has been quiet this long: longer than
@@ -48,13 +43,15 @@ public:
             Texts{"-i", "lo", "-f", "tcp port " + std::to_string(port), "-w", path});
         // It makes the file once the interface is open; it reports a failure after
         // "Capturing on", which it prints first either way.
-        for (const auto end = Clock::now() + std::chrono::seconds(10);
-             !std::filesystem::exists(path); std::this_thread::sleep_for(kPoll)) {
-            const std::string err = dumpcap_->err();
-            if (err.find("dumpcap: ") != std::string::npos || Clock::now() > end) {
-                failure = "dumpcap cannot capture on lo: " + err;
-                return;
-            }
+        const bool open = waitFor(
+            [&] {
+                return std::filesystem::exists(path) ||
+                       dumpcap_->err().find("dumpcap: ") != std::string::npos;
+            },
+            std::chrono::seconds(10));
+        if (!open || !std::filesystem::exists(path)) {
+            failure = "dumpcap cannot capture on lo: " + dumpcap_->err();
+            return;
         }
         std::this_thread::sleep_for(kCaptureSettle);
     }
@@ -70,69 +67,10 @@ private:
     std::unique_ptr<Process> dumpcap_;
 };
 
-Bytes be24(std::uint32_t value) {
-    return {Byte(value >> 16), Byte(value >> 8), Byte(value)};
-}
-
-// A local frame of area 14 (or another area code): a read of words, or a write of words (high
-// byte first) behind its payload length byte, which keeps 8 bits.
-Bytes localFrame(Byte station, std::uint32_t address, std::uint16_t count, const Words& write = {},
-                 Byte code = kArea14Code) {
-    Bytes frame{station, write.empty() ? plcsim::kFnReadWords : plcsim::kFnWriteWords, code};
-    const Bytes at = be24(address);
-    frame.insert(frame.end(), at.begin(), at.end());
-    frame.insert(frame.end(), {Byte(count >> 8), Byte(count)});
-    if (!write.empty()) {
-        frame.push_back(Byte(2 * write.size()));
-        for (std::uint16_t w : write) {
-            frame.insert(frame.end(), {Byte(w >> 8), Byte(w)});
-        }
-    }
-    const std::uint16_t crc = plcsim::crc16(frame.data(), frame.size());
-    frame.insert(frame.end(), {Byte(crc), Byte(crc >> 8)});
-    return frame;
-}
-
-// A remote frame of station 1 and area 14: its length (8 bits), owner, direction, port,
-// station, area, address, count, mark and extra, a write's words (low byte first), its sum.
-Bytes remoteFrame(std::uint32_t address, std::uint16_t count, const Words& write = {}) {
-    const Byte isWrite = write.empty() ? 0 : 1;
-    Bytes frame{0, isWrite, isWrite, 1, kServed, 0, kArea14, Byte(address >> 24)};
-    const Bytes at = be24(address);
-    frame.insert(frame.end(), at.begin(), at.end());
-    frame.insert(frame.end(), {Byte(count >> 8), Byte(count), 0, 0, 0, 0, 0, 0, 0, 0});
-    for (std::uint16_t w : write) {
-        frame.insert(frame.end(), {Byte(w), Byte(w >> 8)});
-    }
-    frame[0] = Byte(frame.size() + 1);
-    Byte sum = 0;
-    for (Byte b : frame) {
-        sum = Byte(sum + b);
-    }
-    frame.push_back(sum);
-    return frame;
-}
-
 // The frame with its check value damaged.
 Bytes damaged(Bytes frame) {
     frame.back() ^= 0xFF;
     return frame;
-}
-
-Bytes joined(const std::vector<Bytes>& frames) {
-    Bytes all;
-    for (const Bytes& frame : frames) {
-        all.insert(all.end(), frame.begin(), frame.end());
-    }
-    return all;
-}
-
-Words run(std::uint16_t first, std::size_t count) {
-    Words words(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        words[i] = std::uint16_t(first + i);
-    }
-    return words;
 }
 
 // The words as tshark shows korvan.word.

@@ -2,48 +2,31 @@
 // program writes: what tshark shows of each in the fields, the Info column and the expert infos.
 #include "tool_processes.h"
 
-#include <cstdint>
 #include <fstream>
 
+#include "frame_bytes.h"
 #include "line_capture.h"
-#include "wire_format.h"
 
 namespace {
 
 using namespace tooltest;
-using plcsim::Bytes;
-using Byte = std::uint8_t;
+using namespace testframes;
 
 // The header's kinds of packet.
 constexpr Byte kRequest = 0;
 constexpr Byte kReply = 1;
 constexpr Byte kDropped = 2;
-constexpr Byte kStation = 1;
 // Room for the longest reply, to a read of 65535 words.
 constexpr std::uint32_t kSnapshotLength = 262144;
 // As many words of a frame as the dissector makes items of.
 constexpr std::size_t kWordItems = 1024;
 
-Bytes withCrc(Bytes frame) {
-    const std::uint16_t crc = plcsim::crc16(frame.data(), frame.size());
-    frame.push_back(static_cast<Byte>(crc));
-    frame.push_back(static_cast<Byte>(crc >> 8));
-    return frame;
-}
-
-// A local frame of station 1 for area 14 (code 0x80) from address 100, without its CRC.
-Bytes localHead(Byte function, std::uint16_t count) {
-    const auto high = static_cast<Byte>(count >> 8), low = static_cast<Byte>(count);
-    return {kStation, function, 0x80, 0, 0, 100, high, low};
-}
-
+// A read of words of station 1 from address 100, and its reply, every word 0.
 Bytes readWords(std::uint16_t count) {
-    return withCrc(localHead(plcsim::kFnReadWords, count));
+    return localFrame(1, 100, count);
 }
-
-// The reply to readWords(count), every word 0.
 Bytes wordsReply(std::uint16_t count) {
-    Bytes frame{kStation, plcsim::kFnReadWords, static_cast<Byte>(2 * count)};
+    Bytes frame{1, plcsim::kFnReadWords, Byte(2 * count)};
     frame.resize(frame.size() + 2 * std::size_t{count});
     return withCrc(frame);
 }
@@ -100,7 +83,7 @@ void writeCapture(const std::string& path, const std::vector<Packet>& packets) {
 }
 
 // `count` copies of `text`, as tshark joins a field's values.
-std::string joined(const std::string& text, std::size_t count) {
+std::string repeated(const std::string& text, std::size_t count) {
     std::string all;
     for (std::size_t i = 0; i < count; ++i) {
         all += (i == 0 ? "" : ",") + text;
@@ -116,10 +99,8 @@ std::string joined(const std::string& text, std::size_t count) {
 // reply's words are items up to kWordItems, and one more item counts the rest.
 TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
     const auto host = tools::CaptureSide::Host, plc = tools::CaptureSide::Plc;
-    const Bytes shortWrite = withCrc(localHead(plcsim::kFnWriteWords, 1));
-    Bytes emptyWrite = localHead(plcsim::kFnWriteWords, 0);
-    emptyWrite.push_back(0);  // the payload length
-    emptyWrite = withCrc(emptyWrite);
+    const Bytes shortWrite = withCrc(bytesOf("01 21 80 00 00 64 00 01"));
+    const Bytes emptyWrite = withCrc(bytesOf("01 21 80 00 00 64 00 00 00"));  // payload length 0
     const Texts info{"_ws.col.Info", "_ws.expert.message"};
     const Texts words{"word", "word.more"};
     struct Case {
@@ -149,10 +130,10 @@ TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
          "korvan.kind == 2", {info[0]}, {{"dropped 9 bytes: 01 20 04 00 00 00 00 fd 60"}}},
         {"reply of 65535 words",
          {{host, kRequest, readWords(65535)}, {host, kReply, wordsReply(65535)}},
-         "korvan.kind == 1", words, {{joined("0x0000", kWordItems), "64511"}}},
+         "korvan.kind == 1", words, {{repeated("0x0000", kWordItems), "64511"}}},
         {"reply of as many words as become items",
          {{host, kRequest, readWords(kWordItems)}, {host, kReply, wordsReply(kWordItems)}},
-         "korvan.kind == 1", words, {{joined("0x0000", kWordItems), ""}}},
+         "korvan.kind == 1", words, {{repeated("0x0000", kWordItems), ""}}},
     };
     // clang-format on
     ScratchDir dir;

@@ -4,10 +4,7 @@
 // when the input ends.
 #include <gtest/gtest.h>
 
-#include <cctype>
-#include <string>
-
-#include "hex_text.h"
+#include "frame_bytes.h"
 #include "receivers.h"
 
 namespace {
@@ -15,7 +12,7 @@ namespace {
 using linetap::Clock;
 using linetap::Frame;
 using linetap::FrameKind;
-using plcsim::Bytes;
+using namespace testframes;
 
 constexpr auto kGap = std::chrono::milliseconds(20);
 
@@ -39,36 +36,10 @@ constexpr char kNoise[] = "FF 00 A5";
 // A remote read of area index 64, which no area has: its sum holds by chance.
 constexpr char kNoArea[] = "16 00 00 01 01 00 40 00 00 00 64 00 02 00 00 00 00 00 00 00 00 BE";
 
-// Pairs of hexadecimal digits, whatever stands between them.
-Bytes bytesOf(const std::string& hex) {
-    std::string digits;
-    for (const char c : hex) {
-        if (std::isxdigit(static_cast<unsigned char>(c)) != 0) {
-            digits += c;
-        }
-    }
-    Bytes bytes;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
-    }
-    return bytes;
-}
-
-std::string hexOf(const Bytes& bytes) {
-    return tools::hexBytes(bytes.data(), bytes.size());
-}
-
 // A local write of 300 payload bytes, longer than its length byte says, and its
 // acknowledgement.
 std::string longWrite() {
-    Bytes frame{0x02, 0x21, 0x80, 0x00, 0x00, 0x10, 0x00, 0x96, 300 % 256};
-    for (int i = 0; i < 300; ++i) {
-        frame.push_back(static_cast<std::uint8_t>(i));
-    }
-    const std::uint16_t crc = plcsim::crc16(frame.data(), frame.size());
-    frame.insert(frame.end(),
-                 {static_cast<std::uint8_t>(crc), static_cast<std::uint8_t>(crc >> 8)});
-    return hexOf(frame);
+    return hexOf(localFrame(2, 0x10, 150, run(0, 150)));
 }
 constexpr char kLongWriteAck[] = "02 21 80 00 00 10 00 96 6E BB";
 
