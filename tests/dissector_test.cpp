@@ -2,7 +2,7 @@
 // program writes: what tshark shows of each in the fields, the Info column and the expert infos.
 #include "tool_processes.h"
 
-#include <fstream>
+#include <pcap/pcap.h>
 
 #include "frame_bytes.h"
 #include "line_capture.h"
@@ -17,7 +17,7 @@ constexpr Byte kRequest = 0;
 constexpr Byte kReply = 1;
 constexpr Byte kDropped = 2;
 // Room for the longest reply, to a read of 65535 words.
-constexpr std::uint32_t kSnapshotLength = 262144;
+constexpr int kSnapshotLength = 262144;
 // As many words of a frame as the dissector makes items of.
 constexpr std::size_t kWordItems = 1024;
 
@@ -51,35 +51,19 @@ struct Packet {
     }
 };
 
-// A pcap file, little-endian: the file header, then each packet behind its record header, a
-// millisecond after the one before.
+// A pcap file of the packets, a millisecond apart.
 void writeCapture(const std::string& path, const std::vector<Packet>& packets) {
-    std::ofstream out(path, std::ios::binary);
-    const auto put = [&out](std::uint32_t value, int bytes) {
-        for (int i = 0; i < bytes; ++i) {
-            out.put(static_cast<char>(value >> (8 * i)));
-        }
-    };
-    // Magic, version 2.4, time zone and accuracy (0), snapshot length, link type.
-    put(0xA1B2C3D4, 4);
-    put(2, 2);
-    put(4, 2);
-    put(0, 4);
-    put(0, 4);
-    put(kSnapshotLength, 4);
-    put(tools::kLinkTypeUser0, 4);
-    std::uint32_t microseconds = 0;
-    for (const Packet& packet : packets) {
-        const Bytes bytes = packet.bytes();
-        microseconds += 1000;
-        // Seconds, microseconds, length kept, length on the line.
-        put(0, 4);
-        put(microseconds, 4);
-        put(static_cast<std::uint32_t>(bytes.size()), 4);
-        put(static_cast<std::uint32_t>(bytes.size()), 4);
-        out.write(reinterpret_cast<const char*>(bytes.data()),
-                  static_cast<std::streamsize>(bytes.size()));
+    pcap_t* const dead = pcap_open_dead(tools::kLinkTypeUser0, kSnapshotLength);
+    pcap_dumper_t* const file = pcap_dump_open(dead, path.c_str());
+    ASSERT_NE(file, nullptr) << pcap_geterr(dead);
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        const Bytes bytes = packets[i].bytes();
+        const auto length = static_cast<bpf_u_int32>(bytes.size());
+        const pcap_pkthdr header{{0, static_cast<suseconds_t>(1000 * (i + 1))}, length, length};
+        pcap_dump(reinterpret_cast<u_char*>(file), &header, bytes.data());
     }
+    pcap_dump_close(file);
+    pcap_close(dead);
 }
 
 // `count` copies of `text`, as tshark joins a field's values.
