@@ -48,13 +48,10 @@ int main(int argc, char** argv) {
             return 0;
         }
         const volatile std::sig_atomic_t& stop = tools::stopOnSignals();
-        tooltest::LineRelay relay({options.line, options.apart, options.noiseEvery});
+        tooltest::LineRelay relay(options.line, options.apart, options.noiseEvery);
         std::cout << "host " << relay.hostPath() << "\nplc " << relay.plcPath() << '\n'
-                  << (options.apart ? "requests " : "tap ") << relay.tapPath(0) << '\n';
-        if (options.apart) {
-            std::cout << "replies " << relay.tapPath(1) << '\n';
-        }
-        std::cout << std::flush;
+                  << (options.apart ? "requests " : "tap ") << relay.tapPath(0) << '\n'
+                  << (options.apart ? "replies " + relay.tapPath(1) + '\n' : "") << std::flush;
         while (!stop) {
             std::this_thread::sleep_for(kCheckStopEvery);
         }

@@ -16,11 +16,6 @@ using namespace tooltest;
 
 constexpr char kBaud[] = "19200";
 
-// Bytes in tshark's rendering of korvan.dropped, in hexadecimal.
-long droppedBytes(const std::string& hex) {
-    return static_cast<long>(std::count_if(hex.begin(), hex.end(), ::isxdigit)) / 2;
-}
-
 }  // namespace
 
 // Each case runs the host to its end against a simulator through the relay, the tap listening
@@ -57,14 +52,12 @@ TEST(LineTap, HearsWhatTheHostSentAndReceived) {
     const Texts fields{
         "kind",         "family", "exchange", "_ws.col.Source", "_ws.col.Destination",
         "_ws.col.Info", "crc",    "sum"};
+    tools::LineSettings line;
+    tools::setBaud(line, kBaud);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         ScratchDir dir;
-        LineRelay::Setup line;
-        tools::setBaud(line.line, kBaud);
-        line.apart = c.apart;
-        line.noiseEvery = c.noiseEvery;
-        LineRelay relay(line);
+        LineRelay relay(line, c.apart, c.noiseEvery);
         Texts simArgs{"--device", relay.plcPath(), "--baud", kBaud};
         simArgs.insert(simArgs.end(), c.sim.begin(), c.sim.end());
         Simulator plc(simArgs);
@@ -104,7 +97,8 @@ TEST(LineTap, HearsWhatTheHostSentAndReceived) {
         long dropped = 0;
         for (Row& row : decode(dir.path("tap.pcap"), tapFields)) {
             EXPECT_EQ(Row(row.end() - 3, row.end() - 1), (Row{"2", "1"}));
-            dropped += droppedBytes(row.back());
+            // tshark shows the dropped bytes in hexadecimal.
+            dropped += std::count_if(row.back().begin(), row.back().end(), ::isxdigit) / 2;
             row.resize(fields.size());
             if (row[0] != "2") {
                 tapFrames.push_back(row);
@@ -141,7 +135,7 @@ TEST(LineTap, HearsWhatTheHostSentAndReceived) {
 
 // A line that goes away ends the run with the summary of what was heard.
 TEST(LineTap, ALostLineEndsTheRunWithItsSummary) {
-    auto relay = std::make_unique<LineRelay>(LineRelay::Setup{});
+    auto relay = std::make_unique<LineRelay>(tools::LineSettings{});
     const std::string device = relay->tapPath(0);
     Process tap(KORVAN_LINE_TAP, {"--device", device});
     ASSERT_TRUE(waitFor([&] { return tap.err().find("listening") != std::string::npos; }));
