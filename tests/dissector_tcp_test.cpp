@@ -1,6 +1,5 @@
-// The dissector on frames carried by TCP: real traffic on the loopback interface, recorded by
-// Wireshark's own dumpcap and decoded by tshark through the port preference and through Decode
-// As. Skipped where this machine does not let dumpcap capture.
+// The dissector on real TCP traffic on the loopback interface, recorded by dumpcap; skipped where
+// this machine does not let dumpcap capture.
 #include "tool_processes.h"
 
 #include <algorithm>
@@ -23,7 +22,7 @@ constexpr int kReplyWaitMs = 5000;
 constexpr auto kSplitPause = std::chrono::milliseconds(50);
 // The simulator judges the bytes it holds once the line has been quiet this long: longer than
 // the pause inside a split request.
-constexpr auto kSimulatorGap = std::chrono::milliseconds(300);
+constexpr int kSimulatorGapMs = 300;
 // Time for dumpcap to set its filter once it has its file, and to read what the kernel holds for
 // it before it is stopped.
 constexpr auto kCaptureSettle = std::chrono::milliseconds(200);
@@ -68,9 +67,9 @@ std::string shown(const Words& words) {
     return text.substr(1);
 }
 
-// A panel of the test's own on the simulator at `port`: each step's bytes written at once (a
-// pause where a step splits them), then its replies waited for, `replyBytes` in all; with none
-// to wait for, the simulator's judging of what it holds.
+// A panel of the test's own on the simulator at `port`: each step's pieces written a pause
+// apart, then its replies read, `replyBytes` in all; a step with none waits for the simulator to
+// judge what it holds, and gets nothing.
 struct Step {
     std::vector<Bytes> pieces;
     std::size_t replyBytes;
@@ -79,19 +78,14 @@ struct Step {
 void talk(int port, const std::vector<Step>& steps) {
     const tools::UniqueFd fd = tools::connectTcp({"127.0.0.1", port}, kReplyWaitMs);
     for (const Step& step : steps) {
-        for (std::size_t i = 0; i < step.pieces.size(); ++i) {
-            if (i > 0) {
-                std::this_thread::sleep_for(kSplitPause);
-            }
-            tools::writeAll(fd.get(), step.pieces[i].data(), step.pieces[i].size());
-        }
-        if (step.replyBytes == 0) {
-            std::this_thread::sleep_for(2 * kSimulatorGap);
-            continue;
+        for (const Bytes& piece : step.pieces) {
+            tools::writeAll(fd.get(), piece.data(), piece.size());
+            std::this_thread::sleep_for(kSplitPause);
         }
         Bytes got, beyond;
-        tools::readFor(fd.get(), step.replyBytes, kReplyWaitMs, got, beyond);
-        ASSERT_EQ(got.size(), step.replyBytes);
+        tools::readFor(fd.get(), std::max<std::size_t>(step.replyBytes, 1),
+                       step.replyBytes > 0 ? kReplyWaitMs : 2 * kSimulatorGapMs, got, beyond);
+        ASSERT_EQ(got.size() + beyond.size(), step.replyBytes);
     }
 }
 
@@ -117,18 +111,16 @@ std::vector<Row> decodeRows(const std::string& capture, Texts fields, const Text
     return rows;
 }
 
-// The reference host writes and reads in the remote family. The test's panel splits a read
-// across two TCP segments; sends three requests in one (to a station nobody serves, then a
-// local and a remote read) whose replies pair with theirs; reads an area the PLC does not have,
-// then a like read whose reply is the later one's; sends a request with a bad CRC alone, then
-// one in front of a good one, so that neither swallows the frames behind it nor takes the good
-// one's reply; writes frames longer than their 8-bit length bytes say in both families. Each
-// frame decodes field by field, each reply pairs with its request, the requests nobody answered
-// have no reply, and the split read is reassembled from its two segments.
+// The reference host writes and reads; the test's panel splits a read across two TCP segments,
+// sends three requests in one (the first to a station nobody serves) whose replies pair with
+// theirs, reads an area the PLC does not have, sends a request with a bad CRC alone and in
+// front of a good one (neither swallows the frames behind it nor takes the good one's reply),
+// and writes frames longer than their 8-bit length bytes say. Read through the port preference
+// and through Decode As, each frame decodes field by field and pairs with its reply, if any.
 TEST(DissectorTcp, RealTrafficOfBothFamiliesDecodesThroughThePortOrDecodeAs) {
     ScratchDir dir;
     Simulator sim(
-        {"--tcp", "127.0.0.1:0", "--fill", "ramp", "--gap", std::to_string(kSimulatorGap.count())});
+        {"--tcp", "127.0.0.1:0", "--fill", "ramp", "--gap", std::to_string(kSimulatorGapMs)});
     const std::string port = sim.endpoint.substr(sim.endpoint.rfind(':') + 1);
     const std::string capture = dir.path("tcp.pcapng");
     std::unique_ptr<Process> dumpcap;
@@ -169,12 +161,11 @@ TEST(DissectorTcp, RealTrafficOfBothFamiliesDecodesThroughThePortOrDecodeAs) {
                        "no_reply", "request_in", "reply_in"};
     // clang-format off
     const std::vector<Row> expected{
-        // The host: the write, then the read.
+        // The host's write and read, then the panel's.
         {"0", "1", "1", "", "14", "200", "1", "0x5678", "", "good", "", "", "#1"},
         {"1", "1", "1", "0x21", "", "", "", "", "good", "", "", "#0", ""},
         {"0", "1", "1", "", "14", "200", "2", "", "", "good", "", "", "#3"},
         {"1", "1", "1", "0x20", "", "", "", "0x5678,0x00c9", "good", "", "", "#2", ""},
-        // The test's panel.
         {"0", "0", "1", "0x20", "14", "100", "2", "", "good", "", "", "", "#5"},
         {"1", "0", "1", "0x20", "", "", "", "0x0064,0x0065", "good", "", "", "#4", ""},
         {"0,0,0", "0,0,1", "2,1,1", "0x20,0x20", "14,14,14", "300,300,400", "1,1,3", "",
