@@ -21,10 +21,7 @@ constexpr int kSnapshotLength = 262144;
 // As many words of a frame as the dissector makes items of.
 constexpr std::size_t kWordItems = 1024;
 
-// A read of words of station 1 from address 100, and its reply, every word 0.
-Bytes readWords(std::uint16_t count) {
-    return localFrame(1, 100, count);
-}
+// The reply to a read of `count` words of station 1, every word 0.
 Bytes wordsReply(std::uint16_t count) {
     Bytes frame{1, plcsim::kFnReadWords, Byte(2 * count)};
     frame.resize(frame.size() + 2 * std::size_t{count});
@@ -38,17 +35,6 @@ struct Packet {
     Byte kind;
     Bytes frame;
     Byte headerLength = tools::kCaptureHeaderLength;
-
-    Bytes bytes() const {
-        const bool sent = side == tools::CaptureSide::Host ? kind == kRequest : kind == kReply;
-        const tools::FrameFamily family =
-            kind == kDropped ? tools::FrameFamily::Unknown : tools::FrameFamily::Local;
-        const auto u8 = [](auto value) { return static_cast<Byte>(value); };
-        Bytes b{headerLength, tools::kCaptureVersion, u8(side), u8(sent ? 0 : 1), kind, u8(family)};
-        b.insert(b.end(), {0, 0, 0, 1});  // exchange 1
-        b.insert(b.end(), frame.begin(), frame.end());
-        return b;
-    }
 };
 
 // A pcap file of the packets, a millisecond apart.
@@ -57,7 +43,14 @@ void writeCapture(const std::string& path, const std::vector<Packet>& packets) {
     pcap_dumper_t* const file = pcap_dump_open(dead, path.c_str());
     ASSERT_NE(file, nullptr) << pcap_geterr(dead);
     for (std::size_t i = 0; i < packets.size(); ++i) {
-        const Bytes bytes = packets[i].bytes();
+        const Packet& p = packets[i];
+        const bool sent =
+            p.side == tools::CaptureSide::Host ? p.kind == kRequest : p.kind == kReply;
+        const auto family =
+            p.kind == kDropped ? tools::FrameFamily::Unknown : tools::FrameFamily::Local;
+        Bytes bytes{p.headerLength, tools::kCaptureVersion, Byte(p.side), Byte(sent ? 0 : 1)};
+        bytes.insert(bytes.end(), {p.kind, Byte(family), 0, 0, 0, 1});  // exchange 1
+        bytes.insert(bytes.end(), p.frame.begin(), p.frame.end());
         const auto length = static_cast<bpf_u_int32>(bytes.size());
         const pcap_pkthdr header{{0, static_cast<suseconds_t>(1000 * (i + 1))}, length, length};
         pcap_dump(reinterpret_cast<u_char*>(file), &header, bytes.data());
@@ -96,10 +89,11 @@ TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
     };
     // clang-format off
     const Case cases[] = {
-        {"header length 4", {{host, kRequest, readWords(2), 4}}, "", {"station", info[0], info[1]},
+        {"header length 4", {{host, kRequest, localFrame(1, 100, 2), 4}}, "",
+         {"station", info[0], info[1]},
          {{"", "unknown capture header: length 4, below 10",
            "Unknown capture header: length 4, below 10"}}},
-        {"kind 3", {{host, 3, readWords(2)}}, "", {"dropped", info[0]},
+        {"kind 3", {{host, 3, localFrame(1, 100, 2)}}, "", {"dropped", info[0]},
          {{"", "unknown capture header: kind 3"}}},
         {"local write of 10 bytes", {{host, kRequest, shortWrite}}, "",
          {"payload_length", "payload", "crc", info[0], info[1]},
@@ -109,14 +103,15 @@ TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
          {"payload_length", "payload", "crc.status", info[0]},
          {{"0", "", "good", "write words st=1 area 0x80 @100 x0 [no reply]"}}},
         {"reply with a good CRC dropped by the PLC",
-         {{plc, kRequest, readWords(2)}, {plc, kReply, wordsReply(2)},
+         {{plc, kRequest, localFrame(1, 100, 2)}, {plc, kReply, wordsReply(2)},
           {plc, kDropped, wordsReply(2)}},
          "korvan.kind == 2", {info[0]}, {{"dropped 9 bytes: 01 20 04 00 00 00 00 fd 60"}}},
         {"reply of 65535 words",
-         {{host, kRequest, readWords(65535)}, {host, kReply, wordsReply(65535)}},
+         {{host, kRequest, localFrame(1, 100, 65535)}, {host, kReply, wordsReply(65535)}},
          "korvan.kind == 1", words, {{repeated("0x0000", kWordItems), "64511"}}},
         {"reply of as many words as become items",
-         {{host, kRequest, readWords(kWordItems)}, {host, kReply, wordsReply(kWordItems)}},
+         {{host, kRequest, localFrame(1, 100, kWordItems)},
+          {host, kReply, wordsReply(kWordItems)}},
          "korvan.kind == 1", words, {{repeated("0x0000", kWordItems), ""}}},
     };
     // clang-format on
