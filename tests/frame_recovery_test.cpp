@@ -1,7 +1,5 @@
-// The line tap's frame recovery on byte streams with the times they arrived: requests and
-// replies of both families back to back, in pieces, damaged, missing and behind noise, heard by
-// one receiver or by one per direction; what is told as soon as the bytes allow, and what only
-// when the input ends.
+// The line tap's frame recovery on timed byte streams, heard by one receiver or one per direction:
+// what is told as soon as the bytes allow, and what only when the input ends.
 #include <gtest/gtest.h>
 
 #include "frame_bytes.h"
@@ -36,8 +34,7 @@ constexpr char kNoise[] = "FF 00 A5";
 // A remote read of area index 64, which no area has: its sum holds by chance.
 constexpr char kNoArea[] = "16 00 00 01 01 00 40 00 00 00 64 00 02 00 00 00 00 00 00 00 00 BE";
 
-// A local write of 300 payload bytes, longer than its length byte says, and its
-// acknowledgement.
+// A local write of 300 payload bytes, more than its length byte says, and its acknowledgement.
 std::string longWrite() {
     return hexOf(localFrame(2, 0x10, 150, run(0, 150)));
 }
