@@ -1,10 +1,8 @@
-// A serial line for tests, made of pseudo-terminals: the host opens one end, the simulator the
-// other, and a tap listens on one more (or on two, a direction each, as with a tap cable). A
-// thread copies what either end writes to the other and to the tap, each piece when its last
-// character would have arrived on a line at the given speed, one piece after another as on a
-// half-duplex line. Noise goes to the tap alone: at the start, on a quiet line, and after every
-// so many replies, at once before the next request. Whatever comes back from a tap's device is
-// counted: a tap must write nothing.
+// A serial line for tests, made of pseudo-terminals: the host's end, the PLC's, and the tap's one
+// device (or two, a direction each). A thread copies what either end writes to the other and to
+// the tap when its last character would have arrived on a half-duplex line of the given speed.
+// Noise goes to the tap alone: at the start, and after every so many replies, at once before the
+// next request. Whatever comes back from a tap's device is counted: a tap must write nothing.
 #ifndef KORVAN_TESTS_LINE_RELAY_H
 #define KORVAN_TESTS_LINE_RELAY_H
 
