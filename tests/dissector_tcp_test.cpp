@@ -67,26 +67,18 @@ std::string shown(const Words& words) {
     return text.substr(1);
 }
 
-// A panel of the test's own on the simulator at `port`: each step's pieces written a pause
-// apart, then its replies read, `replyBytes` in all; a step with none waits for the simulator to
-// judge what it holds, and gets nothing.
-struct Step {
-    std::vector<Bytes> pieces;
-    std::size_t replyBytes;
-};
-
-void talk(int port, const std::vector<Step>& steps) {
-    const tools::UniqueFd fd = tools::connectTcp({"127.0.0.1", port}, kReplyWaitMs);
-    for (const Step& step : steps) {
-        for (const Bytes& piece : step.pieces) {
-            tools::writeAll(fd.get(), piece.data(), piece.size());
-            std::this_thread::sleep_for(kSplitPause);
-        }
-        Bytes got, beyond;
-        tools::readFor(fd.get(), std::max<std::size_t>(step.replyBytes, 1),
-                       step.replyBytes > 0 ? kReplyWaitMs : 2 * kSimulatorGapMs, got, beyond);
-        ASSERT_EQ(got.size() + beyond.size(), step.replyBytes);
+// The test's own panel: writes the pieces a pause apart on `fd`, then reads their replies,
+// `replyBytes` in all; without any, it waits for the simulator to judge what it holds and checks
+// that nothing came.
+void talk(int fd, const std::vector<Bytes>& pieces, std::size_t replyBytes) {
+    for (const Bytes& piece : pieces) {
+        tools::writeAll(fd, piece.data(), piece.size());
+        std::this_thread::sleep_for(kSplitPause);
     }
+    Bytes got, beyond;
+    tools::readFor(fd, std::max<std::size_t>(replyBytes, 1),
+                   replyBytes > 0 ? kReplyWaitMs : 2 * kSimulatorGapMs, got, beyond);
+    EXPECT_EQ(got.size() + beyond.size(), replyBytes);
 }
 
 // The rows tshark shows of the korvan frames in `capture`, a frame a row, with the frames that
@@ -138,20 +130,19 @@ TEST(DissectorTcp, RealTrafficOfBothFamiliesDecodesThroughThePortOrDecodeAs) {
     // 422 (166). No reply is as long: the simulator, as the driver, reads at most 100 words.
     const Words localWords = run(0x1000, 200), remoteWords = run(0x2000, 200);
     const Bytes split = localFrame(kServed, 100, 2);
-    talk(std::stoi(port),
-         {{{Bytes(split.begin(), split.begin() + 4), Bytes(split.begin() + 4, split.end())}, 9},
-          {{joined(
-               {localFrame(kUnserved, 300, 1), localFrame(kServed, 300, 1), remoteFrame(400, 3)})},
-           7 + 11},
-          {{localFrame(kServed, 500, 1, {}, kNoAreaCode)}, 0},
-          {{localFrame(kServed, 501, 1)}, 7},
-          {{damaged(localFrame(kServed, 502, 1))}, 0},
-          {{joined({damaged(localFrame(kServed, 503, 1)), localFrame(kServed, 504, 1)})}, 7},
-          {{localFrame(kServed, 1000, 200, localWords)}, 10},
-          {{remoteFrame(1200, 200, remoteWords)}, 10}});
-    if (HasFatalFailure()) {
-        return;
-    }
+    const tools::UniqueFd panel = tools::connectTcp({"127.0.0.1", std::stoi(port)}, kReplyWaitMs);
+    const int fd = panel.get();
+    talk(fd, {Bytes(split.begin(), split.begin() + 4), Bytes(split.begin() + 4, split.end())}, 9);
+    talk(
+        fd,
+        {joined({localFrame(kUnserved, 300, 1), localFrame(kServed, 300, 1), remoteFrame(400, 3)})},
+        7 + 11);
+    talk(fd, {localFrame(kServed, 500, 1, {}, kNoAreaCode)}, 0);
+    talk(fd, {localFrame(kServed, 501, 1)}, 7);
+    talk(fd, {damaged(localFrame(kServed, 502, 1))}, 0);
+    talk(fd, {joined({damaged(localFrame(kServed, 503, 1)), localFrame(kServed, 504, 1)})}, 7);
+    talk(fd, {localFrame(kServed, 1000, 200, localWords)}, 10);
+    talk(fd, {remoteFrame(1200, 200, remoteWords)}, 10);
     std::this_thread::sleep_for(kCaptureDrain);
     ASSERT_EQ(dumpcap->finish(SIGINT), 0);
     ASSERT_TRUE(sim.stop());
