@@ -99,7 +99,8 @@ private:
         }
     }
 
-    // Queues `bytes` on the line: they arrive when the line is free and they have crossed it.
+    // Queues `bytes` on the line: they arrive when the line is free and they have crossed it, on
+    // tap device `tap` (0 for requests, 1 for replies) or, with one device, on that.
     void send(tools::Bytes bytes, To to, std::size_t tap, Clock::time_point now) {
         lineFree_ = std::max(lineFree_, now) + tools::lineTime(line_, bytes.size());
         queue_.push_back({std::move(bytes), to, tap % taps_.size(), lineFree_});
