@@ -1,7 +1,6 @@
 // Finding a PLC's line settings: the host's --discover against a simulator that, like a real
-// UART, takes a request sent at other settings than its own for garbage.
-#include <gtest/gtest.h>
-
+// UART, takes a request sent at other settings than its own for garbage. (What a discovery
+// refuses is in ToolInputs.ExitStatusAndMessageOfEachBadInput.)
 #include <cctype>
 #include <regex>
 #include <sstream>
@@ -59,9 +58,7 @@ Discovered discover(const std::string& device, const Texts& options) {
     Discovered d;
     d.exitCode = host.finish();
     d.errors = host.err();
-    std::istringstream lines(host.out());
-    for (std::string text; std::getline(lines, text);) {
-        const J o = J::parse(text, nullptr, false);
+    for (const J& o : jsonLines(host.out())) {
         if (o.contains("summary")) {
             d.summary = o["summary"];
             continue;
@@ -72,7 +69,7 @@ Discovered discover(const std::string& device, const Texts& options) {
               << o.value("stop_bits", 0) << " " << o.value("family", "?") << " "
               << o.value("station", 0);
         d.found.push_back(found.str());
-        EXPECT_GE(o.value("reply_ms", -1.0), 0.0) << text;
+        EXPECT_GE(o.value("reply_ms", -1.0), 0.0) << o;
     }
     return d;
 }
@@ -122,37 +119,6 @@ TEST(Discovery, FindsTheSimulatorsSettingsAndOnlyThose) {
     EXPECT_EQ(counts[1], "10");
     EXPECT_EQ(counts[2], "4");
     EXPECT_NE(counts[3], "0");
-}
-
-// A discovery takes its settings as lists, and nothing a discovery has no use for.
-TEST(Discovery, RefusesWhatDoesNotGoWithIt) {
-    // clang-format off
-    const std::pair<Texts, std::string> cases[] = {
-        {{"--discover", "14:0"}, "--discover reads a word of its own: give no variables ('14:0')"},
-        {{"--discover", "--baud", "19200"},
-         "--baud does not go with --discover: list what to try with --bauds"},
-        {{"--discover", "--remote-mode"},
-         "--remote-mode does not go with --discover: list what to try with --families"},
-        {{"--discover", "--scans", "3"}, "--scans does not go with --discover"},
-        {{"--discover", "--tcp", "127.0.0.1:1"}, "--tcp does not go with --discover"},
-        {{"--discover", "--port", "a"}, "--port does not go with --discover"},
-        {{"--first", "14:0"}, "--first goes with --discover"},
-        {{"--discover", "--stations", "9-3"}, "--stations takes a range from low to high, not '9-3'"},
-        {{"--discover", "--stations", "1-256"}, "station must be a number from 1 to 255"},
-        {{"--discover", "--stations", "1,,2"}, "station must be a number from 1 to 255"},
-        {{"--discover", "--bauds", "9600,9601"}, "baud rate 9601 is not one of"},
-        {{"--discover", "--parities", "even,mark"}, "--parities takes none, even and odd, not 'mark'"},
-        {{"--discover", "--stop-bits-list", "1,3"}, "--stop-bits-list must be a number from 1 to 2"},
-        {{"--discover", "--families", "local,serial"},
-         "--families takes local and remote, not 'serial'"},
-    };
-    // clang-format on
-    for (const auto& [args, message] : cases) {
-        SCOPED_TRACE(message);
-        const HostRun run = runHost(args);
-        EXPECT_EQ(run.exitCode, 2);
-        EXPECT_NE(run.errors.find(message), std::string::npos) << run.errors;
-    }
 }
 
 }  // namespace

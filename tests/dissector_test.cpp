@@ -2,48 +2,28 @@
 // program writes: what tshark shows of each in the fields, the Info column and the expert infos.
 #include "tool_processes.h"
 
-#include <cstdint>
-#include <fstream>
+#include <pcap/pcap.h>
 
+#include "frame_bytes.h"
 #include "line_capture.h"
-#include "wire_format.h"
 
 namespace {
 
 using namespace tooltest;
-using plcsim::Bytes;
-using Byte = std::uint8_t;
+using namespace testframes;
 
 // The header's kinds of packet.
 constexpr Byte kRequest = 0;
 constexpr Byte kReply = 1;
 constexpr Byte kDropped = 2;
-constexpr Byte kStation = 1;
 // Room for the longest reply, to a read of 65535 words.
-constexpr std::uint32_t kSnapshotLength = 262144;
+constexpr int kSnapshotLength = 262144;
 // As many words of a frame as the dissector makes items of.
 constexpr std::size_t kWordItems = 1024;
 
-Bytes withCrc(Bytes frame) {
-    const std::uint16_t crc = plcsim::crc16(frame.data(), frame.size());
-    frame.push_back(static_cast<Byte>(crc));
-    frame.push_back(static_cast<Byte>(crc >> 8));
-    return frame;
-}
-
-// A local frame of station 1 for area 14 (code 0x80) from address 100, without its CRC.
-Bytes localHead(Byte function, std::uint16_t count) {
-    const auto high = static_cast<Byte>(count >> 8), low = static_cast<Byte>(count);
-    return {kStation, function, 0x80, 0, 0, 100, high, low};
-}
-
-Bytes readWords(std::uint16_t count) {
-    return withCrc(localHead(plcsim::kFnReadWords, count));
-}
-
-// The reply to readWords(count), every word 0.
+// The reply to a read of `count` words of station 1, every word 0.
 Bytes wordsReply(std::uint16_t count) {
-    Bytes frame{kStation, plcsim::kFnReadWords, static_cast<Byte>(2 * count)};
+    Bytes frame{1, plcsim::kFnReadWords, Byte(2 * count)};
     frame.resize(frame.size() + 2 * std::size_t{count});
     return withCrc(frame);
 }
@@ -55,52 +35,32 @@ struct Packet {
     Byte kind;
     Bytes frame;
     Byte headerLength = tools::kCaptureHeaderLength;
-
-    Bytes bytes() const {
-        const bool sent = side == tools::CaptureSide::Host ? kind == kRequest : kind == kReply;
-        const tools::FrameFamily family =
-            kind == kDropped ? tools::FrameFamily::Unknown : tools::FrameFamily::Local;
-        const auto u8 = [](auto value) { return static_cast<Byte>(value); };
-        Bytes b{headerLength, tools::kCaptureVersion, u8(side), u8(sent ? 0 : 1), kind, u8(family)};
-        b.insert(b.end(), {0, 0, 0, 1});  // exchange 1
-        b.insert(b.end(), frame.begin(), frame.end());
-        return b;
-    }
 };
 
-// A pcap file, little-endian: the file header, then each packet behind its record header, a
-// millisecond after the one before.
+// A pcap file of the packets, a millisecond apart.
 void writeCapture(const std::string& path, const std::vector<Packet>& packets) {
-    std::ofstream out(path, std::ios::binary);
-    const auto put = [&out](std::uint32_t value, int bytes) {
-        for (int i = 0; i < bytes; ++i) {
-            out.put(static_cast<char>(value >> (8 * i)));
-        }
-    };
-    // Magic, version 2.4, time zone and accuracy (0), snapshot length, link type.
-    put(0xA1B2C3D4, 4);
-    put(2, 2);
-    put(4, 2);
-    put(0, 4);
-    put(0, 4);
-    put(kSnapshotLength, 4);
-    put(tools::kLinkTypeUser0, 4);
-    std::uint32_t microseconds = 0;
-    for (const Packet& packet : packets) {
-        const Bytes bytes = packet.bytes();
-        microseconds += 1000;
-        // Seconds, microseconds, length kept, length on the line.
-        put(0, 4);
-        put(microseconds, 4);
-        put(static_cast<std::uint32_t>(bytes.size()), 4);
-        put(static_cast<std::uint32_t>(bytes.size()), 4);
-        out.write(reinterpret_cast<const char*>(bytes.data()),
-                  static_cast<std::streamsize>(bytes.size()));
+    pcap_t* const dead = pcap_open_dead(tools::kLinkTypeUser0, kSnapshotLength);
+    pcap_dumper_t* const file = pcap_dump_open(dead, path.c_str());
+    ASSERT_NE(file, nullptr) << pcap_geterr(dead);
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        const Packet& p = packets[i];
+        const bool sent =
+            p.side == tools::CaptureSide::Host ? p.kind == kRequest : p.kind == kReply;
+        const auto family =
+            p.kind == kDropped ? tools::FrameFamily::Unknown : tools::FrameFamily::Local;
+        Bytes bytes{p.headerLength, tools::kCaptureVersion, Byte(p.side), Byte(sent ? 0 : 1)};
+        bytes.insert(bytes.end(), {p.kind, Byte(family), 0, 0, 0, 1});  // exchange 1
+        bytes.insert(bytes.end(), p.frame.begin(), p.frame.end());
+        const auto length = static_cast<bpf_u_int32>(bytes.size());
+        const pcap_pkthdr header{{0, static_cast<suseconds_t>(1000 * (i + 1))}, length, length};
+        pcap_dump(reinterpret_cast<u_char*>(file), &header, bytes.data());
     }
+    pcap_dump_close(file);
+    pcap_close(dead);
 }
 
 // `count` copies of `text`, as tshark joins a field's values.
-std::string joined(const std::string& text, std::size_t count) {
+std::string repeated(const std::string& text, std::size_t count) {
     std::string all;
     for (std::size_t i = 0; i < count; ++i) {
         all += (i == 0 ? "" : ",") + text;
@@ -116,10 +76,8 @@ std::string joined(const std::string& text, std::size_t count) {
 // reply's words are items up to kWordItems, and one more item counts the rest.
 TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
     const auto host = tools::CaptureSide::Host, plc = tools::CaptureSide::Plc;
-    const Bytes shortWrite = withCrc(localHead(plcsim::kFnWriteWords, 1));
-    Bytes emptyWrite = localHead(plcsim::kFnWriteWords, 0);
-    emptyWrite.push_back(0);  // the payload length
-    emptyWrite = withCrc(emptyWrite);
+    const Bytes shortWrite = withCrc(bytesOf("01 21 80 00 00 64 00 01"));
+    const Bytes emptyWrite = withCrc(bytesOf("01 21 80 00 00 64 00 00 00"));  // payload length 0
     const Texts info{"_ws.col.Info", "_ws.expert.message"};
     const Texts words{"word", "word.more"};
     struct Case {
@@ -131,10 +89,11 @@ TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
     };
     // clang-format off
     const Case cases[] = {
-        {"header length 4", {{host, kRequest, readWords(2), 4}}, "", {"station", info[0], info[1]},
+        {"header length 4", {{host, kRequest, localFrame(1, 100, 2), 4}}, "",
+         {"station", info[0], info[1]},
          {{"", "unknown capture header: length 4, below 10",
            "Unknown capture header: length 4, below 10"}}},
-        {"kind 3", {{host, 3, readWords(2)}}, "", {"dropped", info[0]},
+        {"kind 3", {{host, 3, localFrame(1, 100, 2)}}, "", {"dropped", info[0]},
          {{"", "unknown capture header: kind 3"}}},
         {"local write of 10 bytes", {{host, kRequest, shortWrite}}, "",
          {"payload_length", "payload", "crc", info[0], info[1]},
@@ -144,15 +103,16 @@ TEST(Dissector, DamagedAndOutsizedFramesAreShownForWhatTheyAre) {
          {"payload_length", "payload", "crc.status", info[0]},
          {{"0", "", "good", "write words st=1 area 0x80 @100 x0 [no reply]"}}},
         {"reply with a good CRC dropped by the PLC",
-         {{plc, kRequest, readWords(2)}, {plc, kReply, wordsReply(2)},
+         {{plc, kRequest, localFrame(1, 100, 2)}, {plc, kReply, wordsReply(2)},
           {plc, kDropped, wordsReply(2)}},
          "korvan.kind == 2", {info[0]}, {{"dropped 9 bytes: 01 20 04 00 00 00 00 fd 60"}}},
         {"reply of 65535 words",
-         {{host, kRequest, readWords(65535)}, {host, kReply, wordsReply(65535)}},
-         "korvan.kind == 1", words, {{joined("0x0000", kWordItems), "64511"}}},
+         {{host, kRequest, localFrame(1, 100, 65535)}, {host, kReply, wordsReply(65535)}},
+         "korvan.kind == 1", words, {{repeated("0x0000", kWordItems), "64511"}}},
         {"reply of as many words as become items",
-         {{host, kRequest, readWords(kWordItems)}, {host, kReply, wordsReply(kWordItems)}},
-         "korvan.kind == 1", words, {{joined("0x0000", kWordItems), ""}}},
+         {{host, kRequest, localFrame(1, 100, kWordItems)},
+          {host, kReply, wordsReply(kWordItems)}},
+         "korvan.kind == 1", words, {{repeated("0x0000", kWordItems), ""}}},
     };
     // clang-format on
     ScratchDir dir;

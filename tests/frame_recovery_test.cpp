@@ -1,13 +1,8 @@
-// The line tap's frame recovery on byte streams with the times they arrived: requests and
-// replies of both families back to back, in pieces, damaged, missing and behind noise, heard by
-// one receiver or by one per direction; what is told as soon as the bytes allow, and what only
-// when the input ends.
+// The line tap's frame recovery on timed byte streams, heard by one receiver or one per direction:
+// what is told as soon as the bytes allow, and what only when the input ends.
 #include <gtest/gtest.h>
 
-#include <cctype>
-#include <string>
-
-#include "hex_text.h"
+#include "frame_bytes.h"
 #include "receivers.h"
 
 namespace {
@@ -15,7 +10,7 @@ namespace {
 using linetap::Clock;
 using linetap::Frame;
 using linetap::FrameKind;
-using plcsim::Bytes;
+using namespace testframes;
 
 constexpr auto kGap = std::chrono::milliseconds(20);
 
@@ -39,55 +34,14 @@ constexpr char kNoise[] = "FF 00 A5";
 // A remote read of area index 64, which no area has: its sum holds by chance.
 constexpr char kNoArea[] = "16 00 00 01 01 00 40 00 00 00 64 00 02 00 00 00 00 00 00 00 00 BE";
 
-// Pairs of hexadecimal digits, whatever stands between them.
-Bytes bytesOf(const std::string& hex) {
-    std::string digits;
-    for (const char c : hex) {
-        if (std::isxdigit(static_cast<unsigned char>(c)) != 0) {
-            digits += c;
-        }
-    }
-    Bytes bytes;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
-    }
-    return bytes;
-}
-
-std::string hexOf(const Bytes& bytes) {
-    return tools::hexBytes(bytes.data(), bytes.size());
-}
-
-// A local write of 300 payload bytes, longer than its length byte says, and its
-// acknowledgement.
+// A local write of 300 payload bytes, more than its length byte says, and its acknowledgement.
 std::string longWrite() {
-    Bytes frame{0x02, 0x21, 0x80, 0x00, 0x00, 0x10, 0x00, 0x96, 300 % 256};
-    for (int i = 0; i < 300; ++i) {
-        frame.push_back(static_cast<std::uint8_t>(i));
-    }
-    const std::uint16_t crc = plcsim::crc16(frame.data(), frame.size());
-    frame.insert(frame.end(),
-                 {static_cast<std::uint8_t>(crc), static_cast<std::uint8_t>(crc >> 8)});
-    return hexOf(frame);
+    return hexOf(localFrame(2, 0x10, 150, run(0, 150)));
 }
 constexpr char kLongWriteAck[] = "02 21 80 00 00 10 00 96 6E BB";
 
 // Frames as the test writes them: "Q local ..." a request, "R ..." a good reply, "R! ..." a
 // damaged one, "D ..." dropped bytes.
-std::string shown(const Frame& frame) {
-    switch (frame.kind) {
-        case FrameKind::Request:
-            return std::string("Q ") +
-                   (frame.family == tools::FrameFamily::Local ? "local " : "remote ") +
-                   hexOf(frame.bytes);
-        case FrameKind::Reply:
-            return (frame.good ? "R " : "R! ") + hexOf(frame.bytes);
-        case FrameKind::Dropped:
-            break;
-    }
-    return "D " + hexOf(frame.bytes);
-}
-
 std::string q(const std::string& hex, bool remote = false) {
     return std::string("Q ") + (remote ? "remote " : "local ") + hex;
 }
@@ -99,6 +53,21 @@ std::string damaged(const std::string& hex) {
 }
 std::string d(const std::string& hex) {
     return "D " + hex;
+}
+
+std::vector<std::string> shown(const std::vector<Frame>& frames) {
+    std::vector<std::string> texts;
+    for (const Frame& frame : frames) {
+        const std::string hex = hexOf(frame.bytes);
+        if (frame.kind == FrameKind::Request) {
+            texts.push_back(q(hex, frame.family != tools::FrameFamily::Local));
+        } else if (frame.kind == FrameKind::Reply) {
+            texts.push_back(frame.good ? r(hex) : damaged(hex));
+        } else {
+            texts.push_back(d(hex));
+        }
+    }
+    return texts;
 }
 
 }  // namespace
@@ -130,16 +99,13 @@ TEST(FrameRecovery, TellsFramesOfBothDirectionsAsSoonAsTheBytesAllow) {
         {"a reply in pieces, a long write", false,
          {{0, 0, kRead}, {0, 5, "01 20 04 12"}, {0, 6, "34 56 78 86 54"},
           {0, 10, longWrite().substr(0, 600)}, {0, 12, longWrite().substr(600) + kLongWriteAck}},
-         {q(kRead), r(kReadReply), q(longWrite()), r(kLongWriteAck)},
-         {}},
+         {q(kRead), r(kReadReply), q(longWrite()), r(kLongWriteAck)}, {}},
         {"a damaged reply, and the retry at once", false,
          {{0, 0, std::string(kRead) + kDamagedReply + kRead + kReadReply}},
-         {q(kRead), damaged(kDamagedReply), q(kRead), r(kReadReply)},
-         {}},
+         {q(kRead), damaged(kDamagedReply), q(kRead), r(kReadReply)}, {}},
         {"no reply: the retry after the host's timeout", false,
          {{0, 0, kRead}, {0, 300, kRead}, {0, 305, kReadReply}},
-         {q(kRead), q(kRead), r(kReadReply)},
-         {}},
+         {q(kRead), q(kRead), r(kReadReply)}, {}},
         {"noise at once before a request waits for the line to be quiet", false,
          {{0, 0, std::string(kRead) + kReadReply + kNoise + kRead + kReadReply}},
          {q(kRead), r(kReadReply)},
@@ -147,12 +113,10 @@ TEST(FrameRecovery, TellsFramesOfBothDirectionsAsSoonAsTheBytesAllow) {
         {"noise alone on a quiet line, and a damaged reply before a gap", false,
          {{0, 0, std::string(kRead) + kReadReply}, {0, 100, kNoise}, {0, 200, kRead},
           {0, 205, kDamagedReply}, {0, 300, kRead}},
-         {q(kRead), r(kReadReply), d(kNoise), q(kRead), damaged(kDamagedReply), q(kRead)},
-         {}},
+         {q(kRead), r(kReadReply), d(kNoise), q(kRead), damaged(kDamagedReply), q(kRead)}, {}},
         {"bytes that sum as a remote frame but name no area", false,
          {{0, 0, kNoArea}, {0, 100, std::string(kRead) + kReadReply}},
-         {d(kNoArea), q(kRead), r(kReadReply)},
-         {}},
+         {d(kNoArea), q(kRead), r(kReadReply)}, {}},
         {"requests of the remote family only", false,
          {{0, 0, std::string(kRead) + kReadReply + kRemoteRead + kReadReply}},
          {},
@@ -161,13 +125,11 @@ TEST(FrameRecovery, TellsFramesOfBothDirectionsAsSoonAsTheBytesAllow) {
         {"apart: a damaged reply, and the next reply after the retry", true,
          {{0, 0, kRead}, {1, 5, kReadReply}, {0, 10, kRead}, {1, 15, kDamagedReply},
           {0, 18, kRead}, {1, 25, kReadReply}},
-         {q(kRead), r(kReadReply), q(kRead), damaged(kDamagedReply), q(kRead), r(kReadReply)},
-         {}},
+         {q(kRead), r(kReadReply), q(kRead), damaged(kDamagedReply), q(kRead), r(kReadReply)}, {}},
         {"apart: a reply heard before the end of its request", true,
          {{0, 0, "01 20 80 00 00"}, {1, 1, kReadReply}, {0, 2, "64 00 02 7F DB"},
           {0, 3, kRemoteRead}},
-         {q(kRead), r(kReadReply), q(kRemoteRead, true)},
-         {}},
+         {q(kRead), r(kReadReply), q(kRemoteRead, true)}, {}},
         {"apart: a damaged reply waits on a quiet line for requests held behind noise", true,
          {{0, 0, kRead}, {1, 2, kDamagedReply}, {0, 3, kNoise}, {1, 5, "01 02 03"},
           {0, 13, "01 21 80 00"}, {0, 23, "00 64 00 02"}, {0, 33, "04 AB CD 56 78 AD 74"}},
@@ -175,8 +137,7 @@ TEST(FrameRecovery, TellsFramesOfBothDirectionsAsSoonAsTheBytesAllow) {
          {d(kNoise), d(std::string(kDamagedReply) + " 01 02 03"), q(kWrite)}},
         {"apart: noise on the reply wire, a reply without its request", true,
          {{1, 0, kNoise}, {0, 1, kWrite}, {1, 2, kWriteAck}, {1, 30, kReadReply}},
-         {d(kNoise), q(kWrite), r(kWriteAck), d(kReadReply)},
-         {}},
+         {d(kNoise), q(kWrite), r(kWriteAck), d(kReadReply)}, {}},
     };
     // clang-format on
     for (const Case& c : cases) {
@@ -188,17 +149,12 @@ TEST(FrameRecovery, TellsFramesOfBothDirectionsAsSoonAsTheBytesAllow) {
             const Bytes bytes = bytesOf(a.hex);
             const Clock::time_point at = start + std::chrono::milliseconds(a.ms);
             receivers.feed(a.receiver, bytes.data(), bytes.size(), at);
-            for (const Frame& frame : receivers.take(at)) {
-                told.push_back(shown(frame));
-            }
+            const std::vector<std::string> now = shown(receivers.take(at));
+            told.insert(told.end(), now.begin(), now.end());
             // What is left is told later, never in the past: the tap would spin.
             EXPECT_GT(receivers.nextDecision(), at);
         }
         EXPECT_EQ(told, c.told);
-        told.clear();
-        for (const Frame& frame : receivers.finish()) {
-            told.push_back(shown(frame));
-        }
-        EXPECT_EQ(told, c.atTheEnd);
+        EXPECT_EQ(shown(receivers.finish()), c.atTheEnd);
     }
 }

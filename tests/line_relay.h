@@ -1,10 +1,8 @@
-// A serial line for tests, made of pseudo-terminals: the host opens one end, the simulator the
-// other, and a tap listens on one more (or on two, a direction each, as with a tap cable). A
-// thread copies what either end writes to the other and to the tap, each piece when its last
-// character would have arrived on a line at the given speed, one piece after another as on a
-// half-duplex line. Noise goes to the tap alone: at the start, on a quiet line, and after every
-// so many replies, at once before the next request. Whatever comes back from a tap's device is
-// counted: a tap must write nothing.
+// A serial line for tests, made of pseudo-terminals: the host's end, the PLC's, and the tap's one
+// device (or two, a direction each). A thread copies what either end writes to the other and to
+// the tap when its last character would have arrived on a half-duplex line of the given speed.
+// Noise goes to the tap alone: at the start, and after every so many replies, at once before the
+// next request. Whatever comes back from a tap's device is counted: a tap must write nothing.
 #ifndef KORVAN_TESTS_LINE_RELAY_H
 #define KORVAN_TESTS_LINE_RELAY_H
 
@@ -22,19 +20,17 @@ namespace tooltest {
 
 class LineRelay {
 public:
-    struct Setup {
-        tools::LineSettings line;
-        bool apart = false;   // two tap devices: requests, then replies
-        long noiseEvery = 0;  // replies between noise bursts; 0: no noise
-    };
-
-    explicit LineRelay(const Setup& setup) : setup_(setup), line_(setup.line) {
-        host_ = tools::openPseudoTerminal(line_);
-        plc_ = tools::openPseudoTerminal(line_);
-        for (int i = 0; i < (setup.apart ? 2 : 1); ++i) {
-            taps_.push_back(tools::openPseudoTerminal(line_));
+    // With `apart`, two tap devices: the requests', then the replies'. `noiseEvery`: replies
+    // between noise bursts; 0: no noise.
+    explicit LineRelay(const tools::LineSettings& line, bool apart = false, long noiseEvery = 0)
+        : line_(line),
+          noiseEvery_(noiseEvery),
+          host_(tools::openPseudoTerminal(line)),
+          plc_(tools::openPseudoTerminal(line)) {
+        for (int i = 0; i < (apart ? 2 : 1); ++i) {
+            taps_.push_back(tools::openPseudoTerminal(line));
         }
-        if (setup.noiseEvery > 0) {
+        if (noiseEvery > 0) {
             addNoise(Clock::now());
         }
         thread_ = std::thread([this] { run(); });
@@ -66,25 +62,24 @@ private:
         Clock::time_point due;
     };
     static constexpr std::size_t kNoiseLength = 3;
+    static constexpr std::size_t kChunk = 4096;
     static constexpr auto kLongestWait = std::chrono::milliseconds(10);
 
     void run() {
+        std::vector<pollfd> polled{{host_.master.get(), POLLIN, 0}, {plc_.master.get(), POLLIN, 0}};
+        for (const tools::PseudoTerminal& tap : taps_) {
+            polled.push_back({tap.master.get(), POLLIN, 0});
+        }
         while (!stopping_) {
             const Clock::time_point now = Clock::now();
-            while (!queue_.empty() && queue_.front().due <= now) {
+            for (; !queue_.empty() && queue_.front().due <= now; queue_.pop_front()) {
                 deliver(queue_.front(), now);
-                queue_.pop_front();
             }
             idle_ = queue_.empty();
-            const auto wait =
-                queue_.empty() ? kLongestWait
-                               : std::min<Clock::duration>(kLongestWait, queue_.front().due - now);
-            std::vector<pollfd> polled{{host_.master.get(), POLLIN, 0},
-                                       {plc_.master.get(), POLLIN, 0}};
-            for (const tools::PseudoTerminal& tap : taps_) {
-                polled.push_back({tap.master.get(), POLLIN, 0});
-            }
-            const auto ms = std::chrono::ceil<std::chrono::milliseconds>(wait).count();
+            const Clock::time_point until = queue_.empty()
+                                                ? now + kLongestWait
+                                                : std::min(now + kLongestWait, queue_.front().due);
+            const auto ms = std::chrono::ceil<std::chrono::milliseconds>(until - now).count();
             if (poll(polled.data(), polled.size(), static_cast<int>(ms)) <= 0) {
                 continue;
             }
@@ -98,17 +93,17 @@ private:
                     tapWrote_ += static_cast<long>(bytes.size());
                 } else {
                     idle_ = false;
-                    send(std::move(bytes), i == 0 ? To::Plc : To::Host, i == 0 ? 0 : 1,
-                         Clock::now());
+                    send(std::move(bytes), i == 0 ? To::Plc : To::Host, i, Clock::now());
                 }
             }
         }
     }
 
-    // Queues `bytes` on the line: they arrive when the line is free and they have crossed it.
+    // Queues `bytes` on the line: they arrive when the line is free and they have crossed it, on
+    // tap device `tap` (0 for requests, 1 for replies) or, with one device, on that.
     void send(tools::Bytes bytes, To to, std::size_t tap, Clock::time_point now) {
         lineFree_ = std::max(lineFree_, now) + tools::lineTime(line_, bytes.size());
-        queue_.push_back({std::move(bytes), to, setup_.apart ? tap : 0, lineFree_});
+        queue_.push_back({std::move(bytes), to, tap % taps_.size(), lineFree_});
     }
 
     void deliver(const Piece& piece, Clock::time_point now) {
@@ -117,7 +112,7 @@ private:
             tools::writeAll(end.master.get(), piece.bytes.data(), piece.bytes.size());
         }
         tools::writeAll(taps_[piece.tap].master.get(), piece.bytes.data(), piece.bytes.size());
-        if (piece.to == To::Host && setup_.noiseEvery > 0 && ++replies_ % setup_.noiseEvery == 0) {
+        if (piece.to == To::Host && noiseEvery_ > 0 && ++replies_ % noiseEvery_ == 0) {
             addNoise(now);
         }
     }
@@ -129,18 +124,17 @@ private:
             byte = static_cast<std::uint8_t>(random_());
         }
         noiseBytes_ += static_cast<long>(noise.size());
-        send(std::move(noise), To::TapAlone, noiseBursts_++ % 2, now);
+        send(std::move(noise), To::TapAlone, noiseBursts_++, now);
     }
 
-    static constexpr std::size_t kChunk = 4096;
-    Setup setup_;
     tools::LineSettings line_;
+    long noiseEvery_;
     tools::PseudoTerminal host_, plc_;
     std::vector<tools::PseudoTerminal> taps_;
     std::deque<Piece> queue_;
     Clock::time_point lineFree_;
     long replies_ = 0;
-    long noiseBursts_ = 0;
+    std::size_t noiseBursts_ = 0;
     std::mt19937 random_{7};
     std::atomic<bool> stopping_{false};
     std::atomic<bool> idle_{true};

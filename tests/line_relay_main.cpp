@@ -2,7 +2,6 @@
 // this machine. Prints the device of each end and of the tap, then copies until SIGINT or
 // SIGTERM; exits 1 if a tap wrote to its device.
 #include <iostream>
-#include <iterator>
 
 #include "command_line.h"
 #include "line_relay.h"
@@ -19,16 +18,16 @@ struct RelayOptions {
 
 std::vector<tools::Option<RelayOptions>> relayOptionTable() {
     std::vector<tools::Option<RelayOptions>> table = tools::lineOptions<RelayOptions>();
-    const tools::Option<RelayOptions> rest[] = {
-        {"apart", nullptr, "two tap devices: the requests on one, the replies on the other",
-         [](RelayOptions& o, const std::string&) { o.apart = true; }},
-        {"noise-every", "N", "three noise bytes to the tap at the start and after every N replies",
-         [](RelayOptions& o, const std::string& v) {
-             o.noiseEvery = tools::parseInteger(v, 1, 1000000, "--noise-every");
-         }},
-        {"help", nullptr, "this text", [](RelayOptions& o, const std::string&) { o.help = true; }},
-    };
-    table.insert(table.end(), std::begin(rest), std::end(rest));
+    table.insert(
+        table.end(),
+        {{"apart", nullptr, "two tap devices: the requests on one, the replies on the other",
+          [](RelayOptions& o, const std::string&) { o.apart = true; }},
+         {"noise-every", "N", "three noise bytes to the tap at the start and after every N replies",
+          [](RelayOptions& o, const std::string& v) {
+              o.noiseEvery = tools::parseInteger(v, 1, 1000000, "--noise-every");
+          }},
+         {"help", nullptr, "this text",
+          [](RelayOptions& o, const std::string&) { o.help = true; }}});
     return table;
 }
 
@@ -48,13 +47,10 @@ int main(int argc, char** argv) {
             return 0;
         }
         const volatile std::sig_atomic_t& stop = tools::stopOnSignals();
-        tooltest::LineRelay relay({options.line, options.apart, options.noiseEvery});
+        tooltest::LineRelay relay(options.line, options.apart, options.noiseEvery);
         std::cout << "host " << relay.hostPath() << "\nplc " << relay.plcPath() << '\n'
-                  << (options.apart ? "requests " : "tap ") << relay.tapPath(0) << '\n';
-        if (options.apart) {
-            std::cout << "replies " << relay.tapPath(1) << '\n';
-        }
-        std::cout << std::flush;
+                  << (options.apart ? "requests " : "tap ") << relay.tapPath(0) << '\n'
+                  << (options.apart ? "replies " + relay.tapPath(1) + '\n' : "") << std::flush;
         while (!stop) {
             std::this_thread::sleep_for(kCheckStopEvery);
         }

@@ -1,107 +1,60 @@
-// The line tap as a process, listening to the reference host and the simulator through a relay
-// that times the line (line_relay.h): on one device or two, in both frame families, with damaged,
-// missing and silent replies, and with noise between frames. Its capture, read by tshark with the
-// dissector, holds the host's own frames one for one, shown as the host's are; its statistics
-// count what the host counted; it drops the noise and nothing else, and writes nothing.
+// The line tap as a process, listening to the reference host and the simulator through the
+// relay's line (line_relay.h).
 #include <algorithm>
 #include <cctype>
 #include <memory>
-#include <tuple>
 
 #include "line_relay.h"
 #include "tool_processes.h"
 
-namespace {
-
 using namespace tooltest;
 
-constexpr char kBaud[] = "19200";
-constexpr auto kStartTimeout = std::chrono::seconds(5);
-
-// The tap's last JSON line, its statistics, and how many exchange lines came before it.
-struct TapRun {
-    J stats = J::object();
-    long exchangeLines = 0;
-};
-
-TapRun tapOutput(const std::string& out) {
-    TapRun run;
-    std::istringstream lines(out);
-    for (std::string line; std::getline(lines, line);) {
-        const J o = J::parse(line, nullptr, false);
-        if (o.contains("stats")) {
-            run.stats = o["stats"];
-        } else if (o.contains("exchange")) {
-            ++run.exchangeLines;
-        }
-    }
-    return run;
-}
-
-// Bytes in tshark's rendering of korvan.dropped, in hexadecimal.
-long droppedBytes(const std::string& hex) {
-    return static_cast<long>(std::count_if(hex.begin(), hex.end(), ::isxdigit)) / 2;
-}
-
-template <typename Done>
-bool waitUntil(Done done) {
-    for (const auto end = Clock::now() + kStartTimeout; !done();
-         std::this_thread::sleep_for(kPoll)) {
-        if (Clock::now() > end) {
-            return false;
-        }
-    }
-    return true;
-}
-
-}  // namespace
-
-// Each case runs the host to its end against a simulator through the relay, the tap listening
-// with --format json; then the tap is stopped. Faults and noise are apart: a damaged reply with
-// noise behind it could not be told from noise.
+// Each case runs the host to its end against a simulator through the relay, on one tap device or
+// two, the tap listening with --format json; then the tap is stopped. Its capture holds the
+// host's own frames one for one, shown as the host's are, its statistics count what the host
+// counted, it drops the noise and nothing else, and writes nothing. Noise goes with a clean line
+// alone: a damaged reply with noise behind it could not be told from noise.
 TEST(LineTap, HearsWhatTheHostSentAndReceived) {
+    constexpr char kBaud[] = "19200";
     struct Case {
         const char* what;
         bool apart;
-        long noiseEvery;
-        Texts sim;
-        Texts host;  // options and variables
-        bool faults;
+        long noiseEvery;  // 0: the simulator's faults instead
+        Texts host;       // options and variables
     };
-    const Texts faults{"--stations", "1,2",      "--corrupt", "0.15",   "--drop",
-                       "0.15",       "--silent", "2",         "--seed", "3"};
     // clang-format off
     const Case cases[] = {
-        {"local family, one device, noise", false, 3, {"--fill", "ramp"},
+        {"local family, one device, noise", false, 3,
          {"--scans", "6", "--write", "14:200=0x1234,0x5678", "--write", "29:10.3=1", "14:100:2",
-          "2:35:20", "14:200:2"}, false},
-        {"remote family, two devices, noise", true, 3, {"--fill", "ramp"},
+          "2:35:20", "14:200:2"}},
+        {"remote family, two devices, noise", true, 3,
          {"--scans", "6", "--remote-mode", "--write", "14:200=0x1234", "14:100:2", "2:32:16",
-          "14:200"}, false},
-        {"local family, one device, faults", false, 0, faults,
+          "14:200"}},
+        {"local family, one device, faults", false, 0,
          {"--scans", "4", "--per-var-station", "--retries", "0", "14:100:2@1", "14:0@2",
-          "2:0:16@1"}, true},
-        {"remote family, two devices, faults", true, 0, faults,
+          "2:0:16@1"}},
+        {"remote family, two devices, faults", true, 0,
          {"--scans", "4", "--remote-mode", "--per-var-station", "--retries", "0", "14:100:2@1",
-          "14:0@2", "2:0:16@1"}, true},
+          "14:0@2", "2:0:16@1"}},
     };
     // clang-format on
     // Every frame's header and decoding: Source and Destination read as in the host's capture.
     const Texts fields{
         "kind",         "family", "exchange", "_ws.col.Source", "_ws.col.Destination",
         "_ws.col.Info", "crc",    "sum"};
+    tools::LineSettings line;
+    tools::setBaud(line, kBaud);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         ScratchDir dir;
-        LineRelay::Setup line;
-        tools::setBaud(line.line, kBaud);
-        line.apart = c.apart;
-        line.noiseEvery = c.noiseEvery;
-        LineRelay relay(line);
-        Texts simArgs{"--device", relay.plcPath(), "--baud", kBaud};
-        simArgs.insert(simArgs.end(), c.sim.begin(), c.sim.end());
+        const bool faults = c.noiseEvery == 0;
+        LineRelay relay(line, c.apart, c.noiseEvery);
+        Texts simArgs{"--device", relay.plcPath(), "--baud", kBaud, "--fill", "ramp"};
+        if (faults) {
+            simArgs.insert(simArgs.end(), {"--stations", "1,2", "--corrupt", "0.15", "--drop",
+                                           "0.15", "--silent", "2", "--seed", "3"});
+        }
         Simulator plc(simArgs);
-        ASSERT_FALSE(plc.endpoint.empty()) << plc.err();
 
         Texts tapArgs = c.apart
                             ? Texts{"--requests", relay.tapPath(0), "--replies", relay.tapPath(1)}
@@ -109,7 +62,7 @@ TEST(LineTap, HearsWhatTheHostSentAndReceived) {
         tapArgs.insert(tapArgs.end(),
                        {"--baud", kBaud, "--format", "json", "--pcap", dir.path("tap.pcap")});
         Process tap(KORVAN_LINE_TAP, tapArgs);
-        ASSERT_TRUE(waitUntil([&] { return tap.err().find("listening") != std::string::npos; }))
+        ASSERT_TRUE(waitFor([&] { return tap.err().find("listening") != std::string::npos; }))
             << tap.err();
 
         Texts hostArgs{"--device",  relay.hostPath(), "--baud", kBaud,    "--turnaround",
@@ -117,13 +70,12 @@ TEST(LineTap, HearsWhatTheHostSentAndReceived) {
         hostArgs.insert(hostArgs.end(), c.host.begin(), c.host.end());
         const HostRun host = runHost(hostArgs);
         EXPECT_EQ(host.exitCode, 0) << host.errors;
-        ASSERT_TRUE(waitUntil([&] { return relay.idle(); }));
+        ASSERT_TRUE(waitFor([&] { return relay.idle(); }));
         EXPECT_EQ(tap.finish(SIGTERM), 0) << tap.err();
         relay.stop();
         EXPECT_EQ(relay.tapWrote(), 0);
 
-        // Frame by frame, as the dissector shows them; the tap's header says it received them,
-        // and the noise is kept as dropped bytes.
+        // The tap's header says it received every frame; the noise is kept as dropped bytes.
         const std::vector<Row> hostFrames =
             decode(dir.path("host.pcap"), fields, "korvan.kind != 2");
         EXPECT_FALSE(hostFrames.empty());
@@ -137,7 +89,8 @@ TEST(LineTap, HearsWhatTheHostSentAndReceived) {
         long dropped = 0;
         for (Row& row : decode(dir.path("tap.pcap"), tapFields)) {
             EXPECT_EQ(Row(row.end() - 3, row.end() - 1), (Row{"2", "1"}));
-            dropped += droppedBytes(row.back());
+            // tshark shows the dropped bytes in hexadecimal.
+            dropped += std::count_if(row.back().begin(), row.back().end(), ::isxdigit) / 2;
             row.resize(fields.size());
             if (row[0] != "2") {
                 tapFrames.push_back(row);
@@ -148,18 +101,20 @@ TEST(LineTap, HearsWhatTheHostSentAndReceived) {
 
         // The statistics: the host's exchanges, good replies, and failed ones retried or given
         // up; a silent station's requests all missing their reply.
-        const TapRun run = tapOutput(tap.out());
-        const J& s = run.stats;
+        const J s = lastOf(tap.out(), "stats");
         long failed = host.stats.value("retries", 0L);
         for (const auto& [code, count] : host.stats["abandoned"].items()) {
             failed += count.get<long>();
         }
         EXPECT_EQ(s.value("requests", -1L), host.stats.value("exchanges", 0L));
-        EXPECT_EQ(run.exchangeLines, s.value("requests", -1L));
+        const std::vector<J> lines = jsonLines(tap.out());
+        EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                                [](const J& o) { return o.contains("exchange"); }),
+                  s.value("requests", -1L));
         EXPECT_EQ(s.value("replies", 0L) - s.value("bad", 0L), host.stats.value("good", -1L));
         EXPECT_EQ(s.value("bad", 0L) + s.value("missing", 0L), failed);
         EXPECT_EQ(s.value("bytes_dropped", -1L), relay.noiseBytes());
-        if (c.faults) {
+        if (faults) {
             EXPECT_GT(s.value("bad", 0L), 0);
             const J silent = s["stations"].value("2", J::object());
             EXPECT_GT(silent.value("requests", 0L), 0);
@@ -170,35 +125,12 @@ TEST(LineTap, HearsWhatTheHostSentAndReceived) {
     }
 }
 
-// What the tap does with a command line or a device it cannot use; a line that goes away ends
-// the run with the summary of what was heard.
-TEST(LineTap, ExitStatusAndMessageOfEachError) {
-    ScratchDir dir;
-    // clang-format off
-    const std::tuple<Texts, int, std::string> cases[] = {
-        {{}, 2, "name the line: --device PATH, or --requests PATH and --replies PATH"},
-        {{"--device", "/dev/null", "--requests", "a", "--replies", "b"}, 2, "not both"},
-        {{"--requests", "/dev/null"}, 2, "--requests and --replies go together"},
-        {{"--device", "/dev/null", "--gap", "0"}, 2, "--gap must be a number from 1 to 10000"},
-        {{"--device", "/dev/null", "--format", "xml"}, 2, "--format must be table, csv or json"},
-        {{"--device", "/dev/null", "--pcap", "-"}, 2, "--pcap takes a file name"},
-        {{"--device", "/dev/no-such-line"}, 1, "cannot open serial device /dev/no-such-line"},
-        {{"--device", "/dev/null"}, 1, "/dev/null is not a serial device"},
-        {{"--device", "/dev/null", "--pcap", dir.path("no-such-folder/p.pcap")}, 1,
-         "cannot write capture file"},
-    };
-    // clang-format on
-    for (const auto& [args, exitCode, message] : cases) {
-        SCOPED_TRACE(message);
-        Process tap(KORVAN_LINE_TAP, args);
-        EXPECT_EQ(tap.finish(), exitCode);
-        EXPECT_NE(tap.err().find(message), std::string::npos) << tap.err();
-    }
-
-    auto relay = std::make_unique<LineRelay>(LineRelay::Setup{});
+// A line that goes away ends the run with the summary of what was heard.
+TEST(LineTap, ALostLineEndsTheRunWithItsSummary) {
+    auto relay = std::make_unique<LineRelay>(tools::LineSettings{});
     const std::string device = relay->tapPath(0);
     Process tap(KORVAN_LINE_TAP, {"--device", device});
-    ASSERT_TRUE(waitUntil([&] { return tap.err().find("listening") != std::string::npos; }));
+    ASSERT_TRUE(waitFor([&] { return tap.err().find("listening") != std::string::npos; }));
     relay.reset();
     EXPECT_EQ(tap.finish(), 1);
     EXPECT_NE(tap.err().find("0 requests"), std::string::npos) << tap.err();

@@ -4,33 +4,18 @@
 // with the driver.
 #include <gtest/gtest.h>
 
-#include <QtCore/QByteArray>
-
-#include <numeric>
-
+#include "frame_bytes.h"
 #include "frame_splitter.h"
 #include "plc_model.h"
 
-namespace {
-
+using namespace testframes;
 using Pieces = std::vector<plcsim::Piece>;
 
-plcsim::Bytes bytesOf(const char* hex) {
-    const QByteArray b = QByteArray::fromHex(hex);
-    return plcsim::Bytes(b.begin(), b.end());
-}
-
-}  // namespace
-
 TEST(FrameSplitter, FindsFramesTogetherInPiecesAndBehindNoise) {
-    const plcsim::Bytes read = bytesOf("01 20 80 00 00 64 00 02 7F DB"),
-                        remote = bytesOf(
-                            "16 20 00 01 01 00 0E 00 00 00 64 00 02 00 00 00 00 00 00 00 00 AC"),
-                        write = bytesOf("01 21 80 00 00 64 00 02 04 12 34 56 78 58 19");
-    plcsim::Bytes stream;
-    for (const plcsim::Bytes& part : {read, remote, write, read}) {
-        stream.insert(stream.end(), part.begin(), part.end());
-    }
+    const Bytes read = localFrame(1, 100, 2), write = localFrame(1, 100, 2, {0x1234, 0x5678}),
+                remote =
+                    bytesOf("16 20 00 01 01 00 0E 00 00 00 64 00 02 00 00 00 00 00 00 00 00 AC");
+    Bytes stream = joined({read, remote, write, read});
     plcsim::FrameSplitter s;
     EXPECT_EQ(s.feed(stream.data(), 13), (Pieces{{read, true}}));
     EXPECT_EQ(s.feed(stream.data() + 13, stream.size() - 13),
@@ -40,26 +25,13 @@ TEST(FrameSplitter, FindsFramesTogetherInPiecesAndBehindNoise) {
     stream = bytesOf("FF 01 20 80 00 00 65 00 02 7F DB 01 20 80 00 00 64 00 02 7F DB");
     EXPECT_TRUE(s.feed(stream.data(), stream.size()).empty());
     EXPECT_EQ(s.flush(),
-              (Pieces{{plcsim::Bytes(stream.begin(), stream.begin() + 11), false}, {read, true}}));
+              (Pieces{{Bytes(stream.begin(), stream.begin() + 11), false}, {read, true}}));
     EXPECT_TRUE(s.discarded() == 11 && !s.pending());
     // Frames longer than their length bytes say, which keep the low 8 bits: a local write of
     // 600 payload bytes and a remote write of 300, in pieces that end inside them.
-    plcsim::Bytes local = bytesOf("01 21 80 00 00 00 01 2C 58"),
-                  longRemote =
-                      bytesOf("42 01 01 01 01 00 0E 00 00 00 00 00 96 00 00 00 00 00 00 00 00");
-    for (int i = 0; i < 600; ++i) {
-        local.push_back(static_cast<std::uint8_t>(i));
-    }
-    const std::uint16_t crc = plcsim::crc16(local.data(), local.size());
-    local.insert(local.end(),
-                 {static_cast<std::uint8_t>(crc), static_cast<std::uint8_t>(crc >> 8)});
-    longRemote.resize(longRemote.size() + 300, 0x5A);
-    longRemote.push_back(
-        static_cast<std::uint8_t>(std::accumulate(longRemote.begin(), longRemote.end(), 0u)));
-    stream = local;
-    for (const plcsim::Bytes& part : {longRemote, read}) {
-        stream.insert(stream.end(), part.begin(), part.end());
-    }
+    const Bytes local = localFrame(1, 0, 300, run(0, 300)),
+                longRemote = remoteFrame(0, 150, Words(150, 0x5A5A));
+    stream = joined({local, longRemote, read});
     EXPECT_TRUE(s.feed(stream.data(), 500).empty());
     EXPECT_EQ(s.feed(stream.data() + 500, 400), (Pieces{{local, true}}));
     EXPECT_EQ(s.feed(stream.data() + 900, stream.size() - 900),

@@ -84,9 +84,10 @@ TEST(ToolInputs, NumbersAreDecimalUnlessHexAndUseTheirWholeField) {
     EXPECT_EQ(tools::parseEndpoint("127.0.0.1:0502", "").port, 502);
 }
 
-// Each case runs the program in a scratch folder (with the environment given) under a time
-// limit, which gives status 124 to a program that hangs; the message must appear on its stderr,
-// and with --format json the variables named must show the values given.
+// Each case runs one of the three programs in a scratch folder (with the environment given)
+// under a time limit, which gives status 124 to a program that hangs; the message must appear on
+// its stderr, and with --format json the variables named must show the values given. A host that
+// fails on its input (status 1 or 2) fails before it polls.
 TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
     ScratchDir dir;
     std::filesystem::create_directory(dir.path("folder"));
@@ -102,50 +103,108 @@ TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
     std::filesystem::create_directory(dir.path("lib"));
     std::filesystem::copy_file(KORVAN_DRIVER_LIBRARY, dir.path("libdriver.so"));
     std::filesystem::copy_file(KORVAN_OTHER_QT_DRIVER, dir.path("lib/libdriver.so"));
-    const std::string onLoaderPath = "LD_LIBRARY_PATH=" + dir.path("lib");
-    const std::string sim = KORVAN_PLC_SIM, host = KORVAN_REF_HOST;
-    const std::string number = " must be a number from ";
+    const std::string sim = KORVAN_PLC_SIM, host = KORVAN_REF_HOST, tap = KORVAN_LINE_TAP;
+    const std::string number = " must be a number from ", beyond = " reaches beyond ";
     struct Case {
-        Texts environment;
         std::string program;
         Texts args;
         int exitCode;
         std::string message;
-        std::map<std::string, J> values;
+        std::map<std::string, J> values = {};
+        Texts environment = {};
     };
     // clang-format off
     const Case cases[] = {
-        {{}, sim, {"--memory", "folder"}, 1, "folder is not a regular file", {}},
-        {{}, sim, {"--memory", "/dev/zero"}, 1, "/dev/zero is not a regular file", {}},
-        {{}, sim, {"--memory", "nul.txt"}, 1,
+        {sim, {"--memory", "folder"}, 1, "folder is not a regular file"},
+        {sim, {"--memory", "/dev/zero"}, 1, "/dev/zero is not a regular file"},
+        {sim, {"--memory", "nul.txt"}, 1,
          "nul.txt:1: address" + number + "0 to 16777215 (decimal, or hexadecimal after 0x), "
-         "not '5\\x00'", {}},
-        {{}, sim, {"--memory", "area29.txt"}, 1, "area29.txt:2: area" + number + "0 to 28 (", {}},
-        {{}, sim, {"--dump", "folder"}, 1, "cannot write the dump file folder: Is a directory", {}},
-        {{}, sim, {"--dump", "none/plc.txt"}, 1,
-         "cannot write the dump file none/plc.txt: No such file or directory", {}},
-        {{}, sim, {"--idle-timeout", "-1"}, 2, "--idle-timeout" + number + "0 to 86400", {}},
-        {{}, sim, {"--drop", " 0.5"}, 2, "--drop must be a number from 0 to 1, not ' 0.5'", {}},
-        {{}, sim, {"--pcap", "-"}, 2, "--pcap takes a file name, not '-'", {}},
-        {{}, host, {"--tags", "folder", "14:0"}, 1, "folder is not a regular file", {}},
-        {{}, host, {"--tags", "nul.csv", "14:0"}, 1, "the station at nul.csv:1" + number, {}},
-        {{}, host, {"--library", "/dev/zero", "14:0"}, 1, "/dev/zero is not a regular file", {}},
-        {{}, host, {"--library", "fifo", "14:0"}, 1, "./fifo is not a regular file", {}},
-        {{}, host, {"--sim-options", "--stations 010 --memory ten.txt", "--station", "010",
-                    "--per-var-station", "--tags", "ten.csv", "14:12", "--scans", "1",
-                    "--format", "json"}, 0, "", {{"v", {8, 11}}, {"14:12", {12}}}},
+         "not '5\\x00'"},
+        {sim, {"--memory", "area29.txt"}, 1, "area29.txt:2: area" + number + "0 to 28 ("},
+        {sim, {"--dump", "folder"}, 1, "cannot write the dump file folder: Is a directory"},
+        {sim, {"--dump", "none/plc.txt"}, 1,
+         "cannot write the dump file none/plc.txt: No such file or directory"},
+        {sim, {"--idle-timeout", "-1"}, 2, "--idle-timeout" + number + "0 to 86400"},
+        {sim, {"--drop", " 0.5"}, 2, "--drop must be a number from 0 to 1, not ' 0.5'"},
+        {sim, {"--pcap", "-"}, 2, "--pcap takes a file name, not '-'"},
+        {host, {"--tags", "folder", "14:0"}, 1, "folder is not a regular file"},
+        {host, {"--tags", "nul.csv", "14:0"}, 1, "the station at nul.csv:1" + number},
+        {host, {"--library", "/dev/zero", "14:0"}, 1, "/dev/zero is not a regular file"},
+        {host, {"--library", "fifo", "14:0"}, 1, "./fifo is not a regular file"},
+        {host, {"--library", KORVAN_OTHER_QT_DRIVER, "14:0"}, 1, "must share one Qt major"},
+        {host, {"--device", "/dev/no-such-line", "14:0"}, 1,
+         "cannot open serial device /dev/no-such-line"},
+        {host, {"--tcp", "127.0.0.1:1", "14:0"}, 1, "Connection refused"},
+        {host, {"14:12x"}, 2, "bad variable text '14:12x'"},
+        {host, {"--sim-options", "--silent 1", "--retries", "0", "--turnaround", "50", "--scans",
+                "2", "14:0"}, 3, "the PLC never answered"},
+        {host, {"--seconds", "inf", "14:0"}, 2, "--seconds must be a number from 0.001"},
+        {host, {"--seconds", "1e10", "14:0"}, 2, "--seconds must be a number from 0.001"},
+        {host, {"--seconds", "1e-9", "14:0"}, 2, "--seconds must be a number from 0.001"},
+        // A local frame carries 24 bits of address: in bits for bit areas, the word for area 29.
+        {host, {"14:16777216"}, 2, "'14:16777216'" + beyond + "16777215"},
+        {host, {"14:16777215:2"}, 2, "'14:16777215:2'" + beyond + "16777215"},
+        {host, {"2:16777215:2"}, 2, "'2:16777215:2'" + beyond + "16777215"},
+        {host, {"0:100000000"}, 2, "'0:100000000'" + beyond + "77777777"},
+        {host, {"29:16777216.0"}, 2, "'29:16777216.0'" + beyond + "16777215.15"},
+        {host, {"--write", "14:16777215=1,2", "14:0"}, 2,
+         "'14:16777215=1,2'" + beyond + "16777215"},
+        {host, {"--remote-mode", "14:2147483647:2"}, 2, beyond + "2147483647"},
+        {host, {"--pcap", "-", "14:0"}, 2, "--pcap takes a file name, not '-'"},
+        {host, {"--image-dump", "-", "14:0"}, 2, "--image-dump takes a file name, not '-'"},
+        {host, {"--image-dump", "none/image.txt", "14:0"}, 1,
+         "cannot write the image dump none/image.txt: No such file or directory"},
+        // The simulator is the judge of its own options; the host tells that it failed.
+        {host, {"--sim-options", "--dump none/plc.txt", "--scans", "1", "14:0"}, 1, "none/plc.txt"},
+        // A discovery takes its settings as lists, and nothing a discovery has no use for.
+        {host, {"--discover", "14:0"}, 2,
+         "--discover reads a word of its own: give no variables ('14:0')"},
+        {host, {"--discover", "--baud", "19200"}, 2,
+         "--baud does not go with --discover: list what to try with --bauds"},
+        {host, {"--discover", "--remote-mode"}, 2,
+         "--remote-mode does not go with --discover: list what to try with --families"},
+        {host, {"--discover", "--scans", "3"}, 2, "--scans does not go with --discover"},
+        {host, {"--discover", "--tcp", "127.0.0.1:1"}, 2, "--tcp does not go with --discover"},
+        {host, {"--discover", "--port", "a"}, 2, "--port does not go with --discover"},
+        {host, {"--first", "14:0"}, 2, "--first goes with --discover"},
+        {host, {"--discover", "--stations", "9-3"}, 2,
+         "--stations takes a range from low to high, not '9-3'"},
+        {host, {"--discover", "--stations", "1-256"}, 2, "station must be a number from 1 to 255"},
+        {host, {"--discover", "--stations", "1,,2"}, 2, "station must be a number from 1 to 255"},
+        {host, {"--discover", "--bauds", "9600,9601"}, 2, "baud rate 9601 is not one of"},
+        {host, {"--discover", "--parities", "even,mark"}, 2,
+         "--parities takes none, even and odd, not 'mark'"},
+        {host, {"--discover", "--stop-bits-list", "1,3"}, 2,
+         "--stop-bits-list must be a number from 1 to 2"},
+        {host, {"--discover", "--families", "local,serial"}, 2,
+         "--families takes local and remote, not 'serial'"},
+        {tap, {}, 2, "name the line: --device PATH, or --requests PATH and --replies PATH"},
+        {tap, {"--device", "/dev/null", "--requests", "a", "--replies", "b"}, 2, "not both"},
+        {tap, {"--requests", "/dev/null"}, 2, "--requests and --replies go together"},
+        {tap, {"--device", "/dev/null", "--gap", "0"}, 2, "--gap must be a number from 1 to 10000"},
+        {tap, {"--device", "/dev/null", "--format", "xml"}, 2,
+         "--format must be table, csv or json"},
+        {tap, {"--device", "/dev/null", "--pcap", "-"}, 2, "--pcap takes a file name"},
+        {tap, {"--device", "/dev/no-such-line"}, 1, "cannot open serial device /dev/no-such-line"},
+        {tap, {"--device", "/dev/null"}, 1, "/dev/null is not a serial device"},
+        {tap, {"--device", "/dev/null", "--pcap", "none/p.pcap"}, 1, "cannot write capture file"},
+        // Values that are used: numbers with a leading zero are decimal.
+        {host, {"--sim-options", "--stations 010 --memory ten.txt", "--station", "010",
+                "--per-var-station", "--tags", "ten.csv", "14:12", "--scans", "1", "--format",
+                "json"},
+         0, "", {{"v", {8, 11}}, {"14:12", {12}}}},
         // The last address of a local frame, in a word area, an octal bit area and area 29.
-        {{}, host, {"--sim-options", "--fill 0x8000", "--scans", "1", "--format", "json",
-                    "14:16777215", "0:77777777", "29:16777215.15"}, 0, "",
+        {host, {"--sim-options", "--fill 0x8000", "--scans", "1", "--format", "json", "14:16777215",
+                "0:77777777", "29:16777215.15"}, 0, "",
          {{"14:16777215", {0x8000}}, {"0:77777777", {1}}, {"29:16777215.15", {1}}}},
-        {{onLoaderPath}, host, {"--library", "libdriver.so", "--sim-options", "--fill 5",
-                                "--scans", "1", "--format", "json", "14:0"}, 0, "",
-         {{"14:0", {5}}}},
+        {host, {"--library", "libdriver.so", "--sim-options", "--fill 5", "--scans", "1",
+                "--format", "json", "14:0"}, 0, "", {{"14:0", {5}}},
+         {"LD_LIBRARY_PATH=" + dir.path("lib")}},
     };
     // clang-format on
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.program.substr(c.program.rfind('/') + 1) + " " + c.args[0] + " " +
-                     c.args[1]);
+        SCOPED_TRACE(c.program.substr(c.program.rfind('/') + 1) + " " +
+                     ::testing::PrintToString(c.args));
         Texts args{"-C", dir.dir};
         args.insert(args.end(), c.environment.begin(), c.environment.end());
         args.insert(args.end(), {"timeout", "-k", "5", "20", c.program});
@@ -154,10 +213,11 @@ TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
         EXPECT_EQ(run.finish(), c.exitCode);
         const std::string out = run.out(), err = run.err();
         EXPECT_NE(err.find(c.message), std::string::npos) << err;
+        if (c.exitCode == 1 || c.exitCode == 2) {
+            EXPECT_EQ(err.find("polling"), std::string::npos) << err;
+        }
         std::map<std::string, J> values;
-        std::istringstream lines(out);
-        for (std::string line; std::getline(lines, line);) {
-            const J o = J::parse(line, nullptr, false);
+        for (const J& o : jsonLines(out)) {
             if (o.contains("values")) {
                 values[o.value("name", "")] = o["values"];
             }

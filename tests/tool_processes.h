@@ -85,17 +85,46 @@ private:
     pid_t pid_ = -1;
 };
 
+// Waits until `done` holds, at most `limit`; whether it came to hold.
+template <typename Done>
+bool waitFor(Done done, std::chrono::milliseconds limit = std::chrono::seconds(5)) {
+    for (const auto end = Clock::now() + limit; !done(); std::this_thread::sleep_for(kPoll)) {
+        if (Clock::now() > end) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The lines of a program's output that are JSON objects, in order.
+inline std::vector<J> jsonLines(const std::string& out) {
+    std::vector<J> objects;
+    std::istringstream lines(out);
+    for (std::string line; std::getline(lines, line);) {
+        J o = J::parse(line, nullptr, false);
+        if (o.is_object()) {
+            objects.push_back(std::move(o));
+        }
+    }
+    return objects;
+}
+
+// The member `key` of the last JSON line that has one; an empty object when none has.
+inline J lastOf(const std::string& out, const char* key) {
+    J value = J::object();
+    for (const J& o : jsonLines(out)) {
+        value = o.contains(key) ? o[key] : value;
+    }
+    return value;
+}
+
 // A simulator for one test; `endpoint` is its pseudo-terminal or TCP address, the second word of
 // its first line ("pty /dev/pts/5").
 class Simulator : public Process {
 public:
     explicit Simulator(const Texts& args) : Process(KORVAN_PLC_SIM, args) {
-        std::string text;
-        for (const auto end = Clock::now() + std::chrono::seconds(5);
-             (text = out()).find('\n') == std::string::npos && Clock::now() < end;) {
-            std::this_thread::sleep_for(kPoll);
-        }
-        std::istringstream(text) >> endpoint >> endpoint;
+        waitFor([this] { return out().find('\n') != std::string::npos; });
+        std::istringstream(out()) >> endpoint >> endpoint;
     }
     // Stops it as SIGTERM does; true when it exited cleanly, its dump written.
     bool stop() { return finish(SIGTERM) == 0; }
@@ -118,9 +147,7 @@ inline HostRun runHost(const Texts& args, std::map<std::string, HostRun>* ports 
     HostRun run;
     run.exitCode = host.finish();
     run.errors = host.err();
-    std::istringstream lines(host.out());
-    for (std::string line; std::getline(lines, line);) {
-        const J o = J::parse(line, nullptr, false);
+    for (const J& o : jsonLines(host.out())) {
         HostRun& r = ports != nullptr && o.contains("port") ? (*ports)[o.value("port", "")] : run;
         if (o.contains("scan")) {
             r.scan[o.value("name", "")] = o;
