@@ -1,6 +1,5 @@
 // Finding a PLC's line settings: the host's --discover against a simulator that, like a real
-// UART, takes a request sent at other settings than its own for garbage. (What a discovery
-// refuses is in ToolInputs.ExitStatusAndMessageOfEachBadInput.)
+// UART, takes a request sent at other settings than its own for garbage.
 #include <cctype>
 #include <regex>
 #include <sstream>
@@ -16,62 +15,21 @@ using namespace tooltest;
 // parity included, which the pseudo-terminal itself does not keep. Each row changes every
 // setting of the one before; 7 data bits read as the 8 a pseudo-terminal always carries.
 TEST(Discovery, APseudoTerminalCarriesTheSettingsOneEndSetsToTheOther) {
-    const auto line = [](int baud, int dataBits, char parity, int stopBits) {
-        tools::LineSettings s;
-        s.baud = baud;
-        s.dataBits = dataBits;
-        s.parity = parity;
-        s.stopBits = stopBits;
-        return s;
-    };
+    using Line = tools::LineSettings;
     // set by the host's end, read at the simulator's
-    const std::pair<tools::LineSettings, tools::LineSettings> cases[] = {
-        {line(19200, 8, 'E', 1), line(19200, 8, 'E', 1)},
-        {line(38400, 8, 'O', 2), line(38400, 8, 'O', 2)},
-        {line(2400, 8, 'N', 1), line(2400, 8, 'N', 1)},
-        {line(115200, 7, 'E', 2), line(115200, 8, 'E', 2)},
-        {line(9600, 8, 'N', 1), line(9600, 8, 'N', 1)},
+    const std::pair<Line, Line> cases[] = {
+        {{19200, 8, 'E', 1}, {19200, 8, 'E', 1}}, {{38400, 8, 'O', 2}, {38400, 8, 'O', 2}},
+        {{2400, 8, 'N', 1}, {2400, 8, 'N', 1}},   {{115200, 7, 'E', 2}, {115200, 8, 'E', 2}},
+        {{9600, 8, 'N', 1}, {9600, 8, 'N', 1}},
     };
-    const tools::PseudoTerminal pty = tools::openPseudoTerminal(line(4800, 8, 'O', 1));
-    EXPECT_EQ(tools::lineSettingsOf(pty.master.get()), line(4800, 8, 'O', 1));
+    const tools::PseudoTerminal pty = tools::openPseudoTerminal({4800, 8, 'O', 1});
+    EXPECT_EQ(tools::lineSettingsOf(pty.master.get()), Line({4800, 8, 'O', 1}));
     for (const auto& [set, read] : cases) {
         SCOPED_TRACE(tools::describeLine(set));
         const tools::UniqueFd host = tools::openSerialDevice(pty.path, set);
         EXPECT_EQ(tools::describeLine(tools::lineSettingsOf(pty.master.get())),
                   tools::describeLine(read));
     }
-}
-
-// What a discovery printed as JSON lines: each combination that answered, in a word, and the
-// summary.
-struct Discovered {
-    int exitCode = -1;
-    std::string errors;
-    Texts found;
-    J summary;
-};
-
-Discovered discover(const std::string& device, const Texts& options) {
-    Texts args{"--device", device, "--discover", "--turnaround", kTurnaround, "--format", "json"};
-    args.insert(args.end(), options.begin(), options.end());
-    Process host(KORVAN_REF_HOST, args);
-    Discovered d;
-    d.exitCode = host.finish();
-    d.errors = host.err();
-    for (const J& o : jsonLines(host.out())) {
-        if (o.contains("summary")) {
-            d.summary = o["summary"];
-            continue;
-        }
-        std::ostringstream found;
-        found << o.value("baud", 0) << " " << o.value("data_bits", 0)
-              << static_cast<char>(std::toupper(o.value("parity", "?")[0]))
-              << o.value("stop_bits", 0) << " " << o.value("family", "?") << " "
-              << o.value("station", 0);
-        d.found.push_back(found.str());
-        EXPECT_GE(o.value("reply_ms", -1.0), 0.0) << o;
-    }
-    return d;
 }
 
 // A simulator at 19200 baud, even parity, station 7 answers those settings and that station
@@ -99,15 +57,34 @@ TEST(Discovery, FindsTheSimulatorsSettingsAndOnlyThose) {
     Simulator sim({"--pty", "--baud", "19200", "--parity", "even", "--stations", "7"});
     for (const auto& [options, exitCode, found, tries, combinations] : cases) {
         SCOPED_TRACE(::testing::PrintToString(options));
-        const Discovered d = discover(sim.endpoint, options);
-        EXPECT_EQ(d.exitCode, exitCode) << d.errors;
-        EXPECT_EQ(d.found, found);
-        EXPECT_EQ(d.summary.value("tries", -1), tries);
-        EXPECT_EQ(d.summary.value("combinations", -1), combinations);
-        EXPECT_EQ(d.summary.value("answered", -1), static_cast<int>(found.size()));
-        EXPECT_NE(d.errors.find(exitCode == 0 ? "answered;" : "nothing answered;"),
+        Texts args{"--device",  sim.endpoint, "--discover", "--turnaround",
+                   kTurnaround, "--format",   "json"};
+        args.insert(args.end(), options.begin(), options.end());
+        Process host(KORVAN_REF_HOST, args);
+        EXPECT_EQ(host.finish(), exitCode) << host.err();
+        // Each combination that answered, in a word, and the summary.
+        Texts answered;
+        J summary;
+        for (const J& o : jsonLines(host.out())) {
+            if (o.contains("summary")) {
+                summary = o["summary"];
+                continue;
+            }
+            std::ostringstream line;
+            line << o.value("baud", 0) << " " << o.value("data_bits", 0)
+                 << static_cast<char>(std::toupper(o.value("parity", "?")[0]))
+                 << o.value("stop_bits", 0) << " " << o.value("family", "?") << " "
+                 << o.value("station", 0);
+            answered.push_back(line.str());
+            EXPECT_GE(o.value("reply_ms", -1.0), 0.0) << o;
+        }
+        EXPECT_EQ(answered, found);
+        EXPECT_EQ(summary.value("tries", -1), tries);
+        EXPECT_EQ(summary.value("combinations", -1), combinations);
+        EXPECT_EQ(summary.value("answered", -1), static_cast<int>(found.size()));
+        EXPECT_NE(host.err().find(exitCode == 0 ? "answered;" : "nothing answered;"),
                   std::string::npos)
-            << d.errors;
+            << host.err();
     }
     ASSERT_TRUE(sim.stop());
     // The tries at 19200 8E1: 6, 3, 1 and none.
