@@ -1,6 +1,5 @@
 // The reference host given input that used to break it: runs of writes alone, names that would
-// upset a terminal or a parser, and a peer that floods the line. (Values and files it refuses are
-// rows of ToolInputs.ExitStatusAndMessageOfEachBadInput.)
+// upset a terminal or a parser, and a peer that floods the line.
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -119,36 +118,26 @@ TEST(RefHostHardening, NamesAreEscapedForEachFormat) {
     }
 }
 
-// A TCP peer that sends without pause, `total` bytes (0: for kLongestFlood), then keeps quiet
-// until it goes.
-class FloodingPeer {
-public:
-    explicit FloodingPeer(std::size_t total) : listener_(tools::listenTcp(endpoint)) {
-        thread_ = std::thread([this, total] { flood(total); });
-    }
+// A TCP peer that sends without pause, `total` bytes (0: for 5 s), then keeps quiet until it goes.
+struct FloodingPeer {
+    explicit FloodingPeer(std::size_t total) : thread([this, total] { flood(total); }) {}
     ~FloodingPeer() {
-        done_ = true;
-        thread_.join();
+        done = true;
+        thread.join();
     }
-
-    tools::Endpoint endpoint{"127.0.0.1", 0};
-
-private:
-    static constexpr auto kLongestFlood = std::chrono::seconds(5);
-
     // Waits up to a moment for `events`; false once the peer is to go.
     bool ready(int fd, short events) const {
         pollfd p{fd, events, 0};
         poll(&p, 1, 10);
-        return !done_;
+        return !done;
     }
     void flood(std::size_t total) {
         tools::UniqueFd line;
-        while (!(line = tools::acceptTcp(listener_.get())).valid() &&
-               ready(listener_.get(), POLLIN)) {
+        while (!(line = tools::acceptTcp(listener.get())).valid() &&
+               ready(listener.get(), POLLIN)) {
         }
         const std::vector<char> bytes(64 * 1024, 0x55);
-        const auto end = Clock::now() + kLongestFlood;
+        const auto end = Clock::now() + std::chrono::seconds(5);
         for (std::size_t sent = 0;
              (total == 0 ? Clock::now() < end : sent < total) && ready(line.get(), POLLOUT);) {
             const std::size_t left = total == 0 ? bytes.size() : total - sent;
@@ -159,14 +148,15 @@ private:
             }
             sent += static_cast<std::size_t>(std::max<ssize_t>(n, 0));
         }
-        while (!done_) {
+        while (!done) {
             std::this_thread::sleep_for(kPoll);
         }
     }
 
-    tools::UniqueFd listener_;
-    std::atomic<bool> done_{false};
-    std::thread thread_;
+    tools::Endpoint endpoint{"127.0.0.1", 0};
+    const tools::UniqueFd listener = tools::listenTcp(endpoint);
+    std::atomic<bool> done{false};
+    std::thread thread;  // last: it uses the others
 };
 
 // Flooded, the host keeps its memory and its time: it drains a bounded piece before each request,
@@ -184,12 +174,9 @@ TEST(RefHostHardening, AFloodingPeerNeitherHoldsTheHostNorBreaksItsCapture) {
         SCOPED_TRACE(c.burst);
         ScratchDir dir;
         FloodingPeer peer(c.burst);
-        Texts args{"--tcp",        tools::describeEndpoint(peer.endpoint),
-                   "--retries",    "0",
-                   "--turnaround", "50",
-                   "--format",     "json",
-                   "--seconds",    c.stopAfterMs > 0 ? "60" : "1",
-                   "14:0"};
+        Texts args{"--tcp", tools::describeEndpoint(peer.endpoint), "--retries", "0", "14:0"};
+        args.insert(args.end(), {"--turnaround", "50", "--format", "json", "--seconds",
+                                 c.stopAfterMs > 0 ? "60" : "1"});
         if (c.burst > 0) {
             args.insert(args.end(), {"--pcap", dir.path("host.pcap")});
         }
