@@ -118,47 +118,6 @@ TEST(RefHostHardening, NamesAreEscapedForEachFormat) {
     }
 }
 
-// A TCP peer that sends without pause, `total` bytes (0: for 5 s), then keeps quiet until it goes.
-struct FloodingPeer {
-    explicit FloodingPeer(std::size_t total) : thread([this, total] { flood(total); }) {}
-    ~FloodingPeer() {
-        done = true;
-        thread.join();
-    }
-    // Waits up to a moment for `events`; false once the peer is to go.
-    bool ready(int fd, short events) const {
-        pollfd p{fd, events, 0};
-        poll(&p, 1, 10);
-        return !done;
-    }
-    void flood(std::size_t total) {
-        tools::UniqueFd line;
-        while (!(line = tools::acceptTcp(listener.get())).valid() &&
-               ready(listener.get(), POLLIN)) {
-        }
-        const std::vector<char> bytes(64 * 1024, 0x55);
-        const auto end = Clock::now() + std::chrono::seconds(5);
-        for (std::size_t sent = 0;
-             (total == 0 ? Clock::now() < end : sent < total) && ready(line.get(), POLLOUT);) {
-            const std::size_t left = total == 0 ? bytes.size() : total - sent;
-            const ssize_t n =
-                send(line.get(), bytes.data(), std::min(bytes.size(), left), MSG_NOSIGNAL);
-            if (n < 0 && errno != EAGAIN) {
-                break;  // the host went
-            }
-            sent += static_cast<std::size_t>(std::max<ssize_t>(n, 0));
-        }
-        while (!done) {
-            std::this_thread::sleep_for(kPoll);
-        }
-    }
-
-    tools::Endpoint endpoint{"127.0.0.1", 0};
-    const tools::UniqueFd listener = tools::listenTcp(endpoint);
-    std::atomic<bool> done{false};
-    std::thread thread;  // last: it uses the others
-};
-
 // Flooded, the host keeps its memory and its time: it drains a bounded piece before each request,
 // stops when asked or when its seconds are up, and captures a burst of megabytes in packets that
 // tshark opens, every byte counted as dropped or taken for a reply.
@@ -173,8 +132,29 @@ TEST(RefHostHardening, AFloodingPeerNeitherHoldsTheHostNorBreaksItsCapture) {
     for (const Case& c : {Case{kBurst, 0}, Case{0, 300}}) {
         SCOPED_TRACE(c.burst);
         ScratchDir dir;
-        FloodingPeer peer(c.burst);
-        Texts args{"--tcp", tools::describeEndpoint(peer.endpoint), "--retries", "0", "14:0"};
+        tools::Endpoint endpoint{"127.0.0.1", 0};
+        const tools::UniqueFd listener = tools::listenTcp(endpoint);
+        tools::UniqueFd line;  // open until the host has gone
+        std::atomic<bool> done{false};
+        std::thread peer([&] {
+            pollfd p{listener.get(), POLLIN, 0};
+            while (!done && poll(&p, 1, 10) != 1) {
+            }
+            line = tools::acceptTcp(listener.get());
+            p = {line.get(), POLLOUT, 0};
+            const std::vector<char> bytes(64 * 1024, 0x55);
+            for (std::size_t sent = 0; !done && (c.burst == 0 || sent < c.burst);) {
+                poll(&p, 1, 10);
+                const std::size_t left = c.burst == 0 ? bytes.size() : c.burst - sent;
+                const ssize_t n =
+                    send(line.get(), bytes.data(), std::min(bytes.size(), left), MSG_NOSIGNAL);
+                if (n < 0 && errno != EAGAIN) {
+                    break;  // the host went
+                }
+                sent += static_cast<std::size_t>(std::max<ssize_t>(n, 0));
+            }
+        });
+        Texts args{"--tcp", tools::describeEndpoint(endpoint), "--retries", "0", "14:0"};
         args.insert(args.end(), {"--turnaround", "50", "--format", "json", "--seconds",
                                  c.stopAfterMs > 0 ? "60" : "1"});
         if (c.burst > 0) {
@@ -186,6 +166,8 @@ TEST(RefHostHardening, AFloodingPeerNeitherHoldsTheHostNorBreaksItsCapture) {
         const auto asked = Clock::now();
         EXPECT_EQ(host.finish(c.stopAfterMs > 0 ? SIGINT : 0), 3) << host.err();
         EXPECT_LT(Clock::now() - asked, std::chrono::seconds(3));
+        done = true;
+        peer.join();
         const J stats = lastOf(host.out(), "stats");
         EXPECT_LT(stats.value("rss_kb_end", kMostResidentKb), kMostResidentKb);
         if (c.burst == 0) {

@@ -1,7 +1,5 @@
 // What the tools do with input they cannot use, from the command line, files and TCP peers that
 // would hold the simulator.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -184,20 +182,8 @@ TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
     }
 }
 
-// A TCP client of the simulator, blocking unless asked otherwise; a small receive buffer makes
-// one that does not read stall the simulator's writes soon.
-tools::UniqueFd connectTo(const std::string& endpoint, int receiveBuffer = 0) {
-    const tools::Endpoint e = tools::parseEndpoint(endpoint, "");
-    tools::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (receiveBuffer != 0) {
-        setsockopt(fd.get(), SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
-    }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(e.port));
-    inet_pton(AF_INET, e.host.c_str(), &address.sin_addr);
-    EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    return fd;
+tools::UniqueFd connectTo(const std::string& endpoint) {
+    return tools::connectTcp(tools::parseEndpoint(endpoint, ""), 1000);
 }
 
 // Sends all of `bytes` unless the other end takes none for `limit`; false then.
@@ -252,7 +238,7 @@ TEST(ToolInputs, NoPeerHoldsTheSimulatorPastTheIdleTimeout) {
         EXPECT_EQ(recv(silent.get(), &byte, 1, MSG_DONTWAIT), 0);  // closed
     }
     {
-        const tools::UniqueFd deaf = connectTo(sim.endpoint, 4096);
+        const tools::UniqueFd deaf = connectTo(sim.endpoint);
         sendWithoutReading(deaf.get());
         EXPECT_TRUE(answersRead(connectTo(sim.endpoint).get(), seconds(5)));
     }
@@ -281,7 +267,7 @@ TEST(ToolInputs, TheSimulatorStopsAtOnceWhateverItWaitsFor) {
         args.insert(args.end(), options.begin(), options.end());
         Simulator sim(args);
         ASSERT_FALSE(sim.endpoint.empty()) << sim.err();
-        tools::UniqueFd fd = connectTo(sim.endpoint, 4096);
+        tools::UniqueFd fd = connectTo(sim.endpoint);
         client(fd.get());
         const auto start = Clock::now();
         std::future<int> exited =
