@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
 #include <future>
 #include <optional>
@@ -52,7 +53,7 @@ TEST(ToolInputs, NumbersAreDecimalUnlessHexAndUseTheirWholeField) {
     EXPECT_EQ(tools::parseEndpoint("127.0.0.1:0502", "").port, 502);
 }
 
-// Each case runs a program in a scratch folder under a time limit (status 124: it hung): its stderr
+// Each case runs a program in a scratch folder under a time limit (status 124: it hung): its output
 // holds the message, its JSON lines the values given, and it fails on bad input (status 1 or 2)
 // before it polls.
 TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
@@ -65,6 +66,9 @@ TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
     std::ofstream(dir.path("ten.txt")) << "010 14 010 08\n010 14 011 0x0B\n010 14 012 012\n";
     std::ofstream(dir.path("ten.csv")) << "v,14,010,010,2\n";
     std::ofstream(dir.path("area29.txt")) << "1 28 0 1\n1 29 0 1\n";  // 29 has no code of its own
+    // An escape sequence, a bell and a byte that is not UTF-8.
+    const std::string name = "a\x1b[31mb\x07\xff";
+    std::ofstream(dir.path("names.csv")) << name << ",14,100,,1\n";
     // A bare library name: this Qt's driver in the folder the programs run in, the other Qt's
     // under the same name on the loader's path, where loading it would fail (or crash).
     std::filesystem::create_directory(dir.path("lib"));
@@ -157,6 +161,13 @@ TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
          {{"14:16777215", {0x8000}}, {"0:77777777", {1}}, {"29:16777215.15", {1}}}},
         {host, {"--library", "libdriver.so", "--sim-options", "--fill 5", "--scans", "1",
                 "--format", "json", "14:0"}, 0, "", {{"14:0", {5}}}},
+        // Names shown escaped in the table and in JSON, quoted in CSV.
+        {host, {"--tags", "names.csv", "--sim-options", "--fill ramp", "--scans", "1", "--format",
+                "table"}, 0, "a\\x1b[31mb\\x07\\xff"},
+        {host, {"--tags", "names.csv", "--sim-options", "--fill ramp", "--scans", "1", "--format",
+                "csv"}, 0, ",\"" + name + "\",1,14,100,100,ok\n"},
+        {host, {"--tags", "names.csv", "--sim-options", "--fill ramp", "--scans", "1", "--format",
+                "json"}, 0, "", {{"a\x1b[31mb\x07\xef\xbf\xbd", {100}}}},
     };
     // clang-format on
     for (const Case& c : cases) {
@@ -168,7 +179,10 @@ TEST(ToolInputs, ExitStatusAndMessageOfEachBadInput) {
         Process run("/usr/bin/env", args);
         EXPECT_EQ(run.finish(), c.exitCode);
         const std::string out = run.out(), err = run.err();
-        EXPECT_NE(err.find(c.message), std::string::npos) << err;
+        EXPECT_NE((err + out).find(c.message), std::string::npos) << err << out;
+        // A terminal is never sent an escape, but as a CSV field's own bytes.
+        const bool csv = std::count(c.args.begin(), c.args.end(), "csv") != 0;
+        EXPECT_TRUE(csv || out.find('\x1b') == std::string::npos) << out;
         if (c.exitCode == 1 || c.exitCode == 2) {
             EXPECT_EQ(err.find("polling"), std::string::npos) << err;
         }
