@@ -2,6 +2,7 @@
 // the driver, loaded by the host, against a PLC that shares no code with it.
 #include "tool_processes.h"
 
+#include <algorithm>
 #include <fstream>
 #include <memory>
 
@@ -98,20 +99,15 @@ TEST(ToolsEndToEnd, SeveralPortsInEitherFamilyReadWriteAndCapture) {
         ScratchDir dir;
         std::ofstream(dir.path("memory.txt")) << kMemory;
         std::vector<std::unique_ptr<Simulator>> plcs;
-        Texts args{"--turnaround", kTurnaround,
-                   "--scans",      "2",
-                   "--format",     "json",
-                   "--image-dump", dir.path("image.txt"),
-                   "--pcap",       dir.path("host.pcap")};
+        Texts args{"--image-dump", dir.path("image.txt"), "--pcap", dir.path("host.pcap")};
+        args.insert(args.end(), {"--turnaround", kTurnaround, "--scans", "2", "--format", "json"});
         for (std::size_t i = 0; i < count; ++i) {
             const Port& port = ports[i];
             const std::string n = std::to_string(i);
             Texts sim = port.sim;
             sim.insert(sim.end(), {"--stations", "1,2,3", "--dump", dir.path("plc" + n + ".txt"),
                                    "--pcap", dir.path("plc-" + n + ".pcap")});
-            for (std::string& word : sim) {
-                word = word == "memory.txt" ? dir.path(word) : word;
-            }
+            std::replace(sim.begin(), sim.end(), std::string("memory.txt"), dir.path("memory.txt"));
             plcs.push_back(std::make_unique<Simulator>(sim));
             args.insert(args.end(), {"--port", n, sim[0] == "--pty" ? "--device" : "--tcp",
                                      plcs.back()->endpoint});
