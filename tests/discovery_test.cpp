@@ -4,33 +4,11 @@
 #include <regex>
 #include <sstream>
 
-#include "serial_line.h"
 #include "tool_processes.h"
 
 namespace {
 
 using namespace tooltest;
-
-// A pseudo-terminal pair shares one set of settings: what one end sets, the other reads, the
-// parity included, which the pseudo-terminal itself does not keep. Each row changes every
-// setting of the one before; 7 data bits read as the 8 a pseudo-terminal always carries.
-TEST(Discovery, APseudoTerminalCarriesTheSettingsOneEndSetsToTheOther) {
-    using Line = tools::LineSettings;
-    // set by the host's end, read at the simulator's
-    const std::pair<Line, Line> cases[] = {
-        {{19200, 8, 'E', 1}, {19200, 8, 'E', 1}}, {{38400, 8, 'O', 2}, {38400, 8, 'O', 2}},
-        {{2400, 8, 'N', 1}, {2400, 8, 'N', 1}},   {{115200, 7, 'E', 2}, {115200, 8, 'E', 2}},
-        {{9600, 8, 'N', 1}, {9600, 8, 'N', 1}},
-    };
-    const tools::PseudoTerminal pty = tools::openPseudoTerminal({4800, 8, 'O', 1});
-    EXPECT_EQ(tools::lineSettingsOf(pty.master.get()), Line({4800, 8, 'O', 1}));
-    for (const auto& [set, read] : cases) {
-        SCOPED_TRACE(tools::describeLine(set));
-        const tools::UniqueFd host = tools::openSerialDevice(pty.path, set);
-        EXPECT_EQ(tools::describeLine(tools::lineSettingsOf(pty.master.get())),
-                  tools::describeLine(read));
-    }
-}
 
 // A simulator at 19200 baud, even parity, station 7 answers those settings and that station
 // only, in both frame families; and it receives nothing at any other settings: it counts

@@ -15,16 +15,11 @@ namespace {
 
 constexpr std::size_t kWidestLine = 100;
 
-std::string toolsPage() {
-    std::ifstream page(KORVAN_TOOLS_PAGE);
-    std::ostringstream text;
-    text << page.rdbuf();
-    return text.str();
-}
-
 template <typename Options>
 void expectEveryOption(const std::string& help, const std::vector<tools::Option<Options>>& table) {
-    const std::string page = toolsPage();
+    std::ostringstream text;
+    text << std::ifstream(KORVAN_TOOLS_PAGE).rdbuf();
+    const std::string page = text.str();
     ASSERT_FALSE(page.empty()) << KORVAN_TOOLS_PAGE;
     std::size_t options = 0;
     for (const tools::Option<Options>& option : table) {

@@ -11,16 +11,9 @@ namespace {
 using namespace tooltest;
 
 // station area address value; area 2 word 2 holds bits 32..47.
-constexpr char kMemory[] = R"(1 14 100 0x1234
-1 14 101 0xABCD
-1 2 2 0x0008
-1 2 3 0x8001
-1 14 10 0x0008
-1 14 12 0x0F00
-2 14 0 0x2222
-2 1 0 0x0005
-3 14 0 0x3333
-)";
+constexpr char kMemory[] =
+    "1 14 100 0x1234\n1 14 101 0xABCD\n1 2 2 0x0008\n1 2 3 0x8001\n1 14 10 0x0008\n"
+    "1 14 12 0x0F00\n2 14 0 0x2222\n2 1 0 0x0005\n3 14 0 0x3333\n";
 
 // One host run of two ports, then one of four, each a private copy of the driver on a thread of
 // its own against a simulator of its own. Port 0 (a pseudo-terminal) and port 1 (TCP, remote
