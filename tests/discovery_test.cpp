@@ -1,7 +1,6 @@
 // Finding a PLC's line settings: the host's --discover against a simulator that, like a real
 // UART, takes a request sent at other settings than its own for garbage.
 #include <cctype>
-#include <regex>
 #include <sstream>
 
 #include "tool_processes.h"
@@ -65,15 +64,10 @@ TEST(Discovery, FindsTheSimulatorsSettingsAndOnlyThose) {
             << host.err();
     }
     ASSERT_TRUE(sim.stop());
-    // The tries at 19200 8E1: 6, 3, 1 and none.
-    std::smatch counts;
+    // The tries at 19200 8E1: 6, 3, 1 and none; the bytes of the others discarded.
     const std::string summary = sim.err();
-    ASSERT_TRUE(std::regex_search(
-        summary, counts, std::regex("(\\d+) requests, (\\d+) replies.* (\\d+) bytes discarded")))
-        << summary;
-    EXPECT_EQ(counts[1], "10");
-    EXPECT_EQ(counts[2], "4");
-    EXPECT_NE(counts[3], "0");
+    EXPECT_NE(summary.find(": 10 requests, 4 replies, "), std::string::npos) << summary;
+    EXPECT_EQ(summary.find(" 0 bytes discarded"), std::string::npos) << summary;
 }
 
 }  // namespace
