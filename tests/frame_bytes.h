@@ -4,6 +4,7 @@
 #define KORVAN_TESTS_FRAME_BYTES_H
 
 #include <cctype>
+#include <numeric>
 #include <string>
 
 #include "hex_text.h"
@@ -44,22 +45,24 @@ inline Bytes withCrc(Bytes frame) {
     return frame;
 }
 
+// The low `count` bytes of `value`, high byte first.
+inline void appendHighFirst(Bytes& frame, std::uint32_t value, int count) {
+    for (int shift = 8 * (count - 1); shift >= 0; shift -= 8) {
+        frame.push_back(Byte(value >> shift));
+    }
+}
+
 // A local frame of area 14 (or another area code): a read of words, or a write of words (high
 // byte first) behind its payload length byte, which keeps 8 bits.
 inline Bytes localFrame(Byte station, std::uint32_t address, std::uint16_t count,
                         const Words& write = {}, Byte code = kArea14Code) {
-    Bytes frame{station,
-                write.empty() ? plcsim::kFnReadWords : plcsim::kFnWriteWords,
-                code,
-                Byte(address >> 16),
-                Byte(address >> 8),
-                Byte(address),
-                Byte(count >> 8),
-                Byte(count)};
+    Bytes frame{station, write.empty() ? plcsim::kFnReadWords : plcsim::kFnWriteWords, code};
+    appendHighFirst(frame, address, 3);
+    appendHighFirst(frame, count, 2);
     if (!write.empty()) {
         frame.push_back(Byte(2 * write.size()));
         for (std::uint16_t w : write) {
-            frame.insert(frame.end(), {Byte(w >> 8), Byte(w)});
+            appendHighFirst(frame, w, 2);
         }
     }
     return withCrc(frame);
@@ -70,29 +73,15 @@ inline Bytes localFrame(Byte station, std::uint32_t address, std::uint16_t count
 inline Bytes remoteFrame(std::uint32_t address, std::uint16_t count, const Words& write = {},
                          Byte station = 1) {
     const Byte isWrite = write.empty() ? 0 : 1;
-    Bytes frame{0,
-                isWrite,
-                isWrite,
-                1,
-                station,
-                0,
-                14,
-                Byte(address >> 24),
-                Byte(address >> 16),
-                Byte(address >> 8),
-                Byte(address),
-                Byte(count >> 8),
-                Byte(count)};
+    Bytes frame{0, isWrite, isWrite, 1, station, 0, 14};
+    appendHighFirst(frame, address, 4);
+    appendHighFirst(frame, count, 2);
     frame.resize(frame.size() + 8);  // mark and extra
     for (std::uint16_t w : write) {
         frame.insert(frame.end(), {Byte(w), Byte(w >> 8)});
     }
     frame[0] = Byte(frame.size() + 1);
-    Byte sum = 0;
-    for (Byte b : frame) {
-        sum = Byte(sum + b);
-    }
-    frame.push_back(sum);
+    frame.push_back(Byte(std::accumulate(frame.begin(), frame.end(), 0u)));
     return frame;
 }
 

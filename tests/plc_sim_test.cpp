@@ -12,9 +12,9 @@ using namespace testframes;
 using Pieces = std::vector<plcsim::Piece>;
 
 TEST(FrameSplitter, FindsFramesTogetherInPiecesAndBehindNoise) {
-    const Bytes read = localFrame(1, 100, 2), write = localFrame(1, 100, 2, {0x1234, 0x5678}),
-                remote =
-                    bytesOf("16 20 00 01 01 00 0E 00 00 00 64 00 02 00 00 00 00 00 00 00 00 AC");
+    const Bytes read = localFrame(1, 100, 2), write = localFrame(1, 100, 2, {0x1234, 0x5678});
+    const Bytes remote =
+        bytesOf("16 20 00 01 01 00 0E 00 00 00 64 00 02 00 00 00 00 00 00 00 00 AC");
     Bytes stream = joined({read, remote, write, read});
     plcsim::FrameSplitter s;
     EXPECT_EQ(s.feed(stream.data(), 13), (Pieces{{read, true}}));
@@ -44,8 +44,8 @@ TEST(PlcModel, AnswersFramesFromItsMemory) {
     plc.setWord(1, 0x80, 101, 0x5678);
     plc.setBit(1, 0x01, 32, true);
     plc.setBit(1, 0x01, 47, true);
+    // request, reply (none: silent)
     const std::pair<const char*, const char*> cases[] = {
-        // request, reply (none: silent)
         {"01 20 80 00 00 64 00 02 7F DB", "01 20 04 12 34 56 78 86 54"},
         {"01 1E 01 00 00 20 00 10 7E 11", "01 1E 02 01 80 BE 18"},  // bits low byte first
         {"16 00 00 01 01 00 0E 00 00 00 64 00 02 00 00 00 00 00 00 00 00 8C",

@@ -1,6 +1,5 @@
-// Starting the tools as processes in a test: the reference host, the PLC simulator and tshark with
-// the dissector, their output kept in memory, and a scratch folder for their files. A process
-// still running when its test ends is killed; one that hangs runs into the test's time limit.
+// The tools as processes in a test: the reference host, the PLC simulator and tshark with the
+// dissector, their output kept in memory, and a scratch folder for their files.
 #ifndef KORVAN_TESTS_TOOL_PROCESSES_H
 #define KORVAN_TESTS_TOOL_PROCESSES_H
 
@@ -183,10 +182,8 @@ inline Memory readMemory(const std::string& path) {
 // values of one field joined by commas.
 inline std::vector<Row> decode(const std::string& capture, const Texts& fields,
                                const std::string& filter = "", const Texts& options = {}) {
-    Texts args{"-2",     "-X",    "lua_script:" KORVAN_DISSECTOR,
-               "-r",     capture, "-T",
-               "fields", "-E",    "occurrence=a",
-               "-Y",     filter};
+    Texts args{"-2", "-X", "lua_script:" KORVAN_DISSECTOR, "-r", capture, "-Y", filter};
+    args.insert(args.end(), {"-T", "fields", "-E", "occurrence=a"});
     args.insert(args.end(), options.begin(), options.end());
     for (const std::string& field : fields) {
         args.insert(args.end(), {"-e", (field[0] == '_' ? "" : "korvan.") + field});
