@@ -1,5 +1,5 @@
-// Reading a fuzzer's bytes as the arguments of driver calls, and putting the driver back into
-// its just-loaded state between inputs so that every input is judged on its own.
+// A fuzzer's bytes read as the arguments of driver calls, and the driver put back as loaded
+// between inputs, so that each input is judged on its own.
 #ifndef KORVAN_FUZZ_FUZZ_INPUT_H
 #define KORVAN_FUZZ_FUZZ_INPUT_H
 
@@ -48,9 +48,8 @@ private:
     std::size_t at_ = 0;
 };
 
-// The driver object rebuilt as loading leaves it, with a port record (returned for the input to
-// change) of block length 100, station 1, two retries, writing through, and callbacks that ignore
-// what they hear.
+// The driver as loaded, with a port record (returned for the input to change) of block length
+// 100, station 1, two retries, writing through, and callbacks that ignore what they hear.
 inline ComInfo& resetDriverForFuzzing() {
     static ComInfo info;
     PLC_driver.~Communication_Protocol();

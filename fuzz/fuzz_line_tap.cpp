@@ -1,8 +1,6 @@
-// Arbitrary bytes on a tapped line, in arbitrary pieces at arbitrary times, heard by one receiver
-// or by one per direction: the tap's frame recovery never crashes, never asks to be woken in the
-// past (it would spin), and with one receiver tells every byte heard exactly once, in order, as a
-// frame or as dropped bytes.
-//
+// Arbitrary bytes on a tapped line, in arbitrary pieces at arbitrary times, to one receiver or one
+// per direction: the frame recovery never asks to be woken in the past (it would spin), and one
+// receiver tells every byte heard exactly once, in order, in a frame or as dropped bytes.
 // The input: a byte of settings (bit 0: two receivers, bit 1: remote requests only), then pieces
 // of a byte of timing (bit 7: the receiver; the rest: milliseconds since the last piece), a byte
 // of length, and the bytes heard.

@@ -105,16 +105,15 @@ TEST_F(HostInterface, PassRetValueCopiesEverythingButThePayload) {
                                v.nameText, v.addressText, v.area, v.address, v.station, v.count,
                                v.mark, v.extra);
     };
-    RW_VAR from = owned(var(k::kAreaBitOfWord, 163, 1, 9), 1, 2, 5);
-    from.direction = 3;
+    RW_VAR from = owned(writeVar(k::kAreaBitOfWord, 163, 1, "AB", 9), 1, 2, 5);
     from.remoteMode = 4;
     from.result = 6;
     from.nameText = QString::fromLatin1("name");
     from.addressText = QString::fromLatin1("10.3");
     from.mark = k::kMarkBitOfWordRead;
     from.extra = 7;
-    from.data = QByteArray("payload");
-    RW_VAR to = writeVar(0, 0, 0, "01");
+    RW_VAR to = var(0, 0, 0);
+    to.data = "01";
     passRetValue(from, to);
     EXPECT_EQ(fields(to), fields(from));
     EXPECT_TRUE(to.data.isEmpty());
