@@ -2,6 +2,7 @@
 // object at load, configuration, helpers, the record DataCom hands back, the message handler.
 #include <QtCore/QFile>
 
+#include <fstream>
 #include <regex>
 
 #include "loaded_driver.h"
@@ -153,15 +154,13 @@ TEST_F(HostInterface, MemberOperationsNormaliseBitAddresses) {
 // A host that installs the driver's handler gets its messages appended to the log, one stamped
 // line each.
 TEST_F(HostInterface, MessageHandlerAppendsStampedLines) {
-    QFile log(QString::fromLatin1("/tmp/debug.log"));
-    ASSERT_TRUE(log.open(QIODevice::WriteOnly));
-    log.write("earlier\n");
-    log.close();
+    std::ofstream("/tmp/debug.log") << "earlier\n";
     const QtMsgHandler previous = qInstallMsgHandler(customMessageHandler);
     qDebug("panel %d started", 7);
     qInstallMsgHandler(previous);
     customMessageHandler(QtFatalMsg, "line one");  // fatal is logged and the handler returns
     customMessageHandler(QtWarningMsg, nullptr);
+    QFile log(QString::fromLatin1("/tmp/debug.log"));
     ASSERT_TRUE(log.open(QIODevice::ReadOnly));
     const QList<QByteArray> lines = log.readAll().split('\n');
     ASSERT_EQ(lines.size(), 5);  // the earlier line, three new ones, the final newline
