@@ -58,6 +58,8 @@ protected:
         }
         ADD_FAILURE() << "the call never ran through";
     }
+
+    int result = -1;  // what the call returned
 };
 
 }  // namespace
@@ -106,19 +108,17 @@ TEST_F(AllocFailureTest, OnceReadRegistrationKeepsWhatItQueued) {
 }
 
 TEST_F(AllocFailureTest, RebuildReturnsWhatItPlanned) {
-    int planned = -1;
     QList<HOSTVAR> tags;
     for (int i = 0; i < 6; ++i) {
         tags.append(cyclicVar(i % 2 ? 14 : 2, QString::number(i * 150), 120));
     }
-    exhaust([] {}, [&] { planned = ReCreatReadVarList(&tags); },
-            [&] { EXPECT_EQ(planned, driver.readList.size()); });
+    exhaust([] {}, [&] { result = ReCreatReadVarList(&tags); },
+            [&] { EXPECT_EQ(result, driver.readList.size()); });
 }
 
 // A read may need no allocation but the text parse's.
 TEST_F(AllocFailureTest, HostReadGivesAnEmptyBufferOrTheValue) {
     QByteArray out;
-    int result = -1;
     const QString address = QString::fromLatin1("7");  // made here: only the driver's fail
     exhaust([&] { setWord(14, 7, 0x1234); },
             [&] { result = GetRegisterData(QString(), 14, address, 1, &out, 3); },
@@ -130,7 +130,6 @@ TEST_F(AllocFailureTest, HostReadGivesAnEmptyBufferOrTheValue) {
 }
 
 TEST_F(AllocFailureTest, HostWriteKeepsThePiecesIssued) {
-    int result = -1;
     QByteArray values;
     const QString address = QString::fromLatin1("10");
     exhaust(
