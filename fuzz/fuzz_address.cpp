@@ -1,6 +1,5 @@
-// Address texts in every area through PLCAddressChangeIntef, GetRegisterData and
-// SetRegisterData, with arbitrary stations, counts and values. Besides crashes, a host read
-// must agree with the parse on validity and return a buffer of the size its form defines.
+// Address texts in every area, with any station, count and values, into PLCAddressChangeIntef,
+// SetRegisterData and GetRegisterData: the read agrees with the parse, at the defined size.
 #include <cstdlib>
 
 #include "fuzz_input.h"
@@ -25,9 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         (valid ? korvan::kReadDone : korvan::kAddressNotParsed)) {
         abort();
     }
-    // The size a host read promises: the buffer as it was for a negative count; a byte a unit
-    // for a valid address of a bit form (areas 0..13 and 29), else two; empty for no units or
-    // more than a byte array holds, or when the buffer cannot be allocated.
+    // The buffer as it was for a negative count; a byte a unit for a bit form (areas 0..13, 29),
+    // else two; empty for no units, more than a byte array holds, or a failed allocation.
     const bool bitForm =
         valid && ((area >= korvan::kAreaFirstBit && area <= korvan::kAreaLastBit) ||
                   area == korvan::kAreaBitOfWord);

@@ -1,5 +1,5 @@
-// Reading a fuzzer's bytes as the arguments of driver calls, and putting the driver back into
-// its just-loaded state between inputs so that every input is judged on its own.
+// A fuzzer's bytes read as the arguments of driver calls, and the driver put back as loaded
+// between inputs, so that each input is judged on its own.
 #ifndef KORVAN_FUZZ_FUZZ_INPUT_H
 #define KORVAN_FUZZ_FUZZ_INPUT_H
 
@@ -18,8 +18,7 @@ public:
     std::uint8_t byte() { return at_ < size_ ? data_[at_++] : 0; }
     int int16() { return static_cast<std::int16_t>(byte() | byte() << 8); }
 
-    // Counts as a host may pass them: mostly small, sometimes zero, negative or extreme. Extreme
-    // values stay within what a test can run in a moment.
+    // Counts as a host may pass them: mostly small, sometimes zero, negative or extreme.
     int count() {
         const int kind = byte() % 8;
         return kind == 0   ? 0
@@ -49,9 +48,8 @@ private:
     std::size_t at_ = 0;
 };
 
-// The driver object rebuilt as loading leaves it, with a port record of block length 100,
-// station 1, two retries, local port 1, writing through to the PLC, and callbacks that ignore
-// what they hear. The port record is returned for the input to change.
+// The driver as loaded, with a port record (returned for the input to change) of block length
+// 100, station 1, two retries, writing through, and callbacks that ignore what they hear.
 inline ComInfo& resetDriverForFuzzing() {
     static ComInfo info;
     PLC_driver.~Communication_Protocol();

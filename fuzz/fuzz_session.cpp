@@ -1,6 +1,5 @@
-// Arbitrary sequences of host calls and replies against one driver: configuration changes,
-// registration, rebuilds, station switches, host reads and writes, and polling rounds answered
-// by the PLC model, by damaged copies of its replies, or not at all.
+// Arbitrary sequences of host calls against one driver, and polling rounds answered by the PLC
+// model, by damaged copies of its replies, or not at all.
 #include "fuzz_input.h"
 #include "plc_model.h"
 

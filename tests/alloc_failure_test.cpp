@@ -1,10 +1,7 @@
-// Memory exhaustion at every point of each entry point that promises a fallback: the Nth
-// allocation inside the call fails, for every N until the call needs fewer. Each time the call
-// must take its defined fallback, let no exception out, leave no lock held, and leave the driver
-// able to run a whole exchange afterwards.
-//
-// malloc, calloc and realloc are replaced in this program; operator new, Qt and the loaded library
-// all allocate through them. It is built only without sanitizers, which replace them too.
+// The Nth allocation inside each entry point that promises a fallback fails, for every N until the
+// call needs fewer: the call takes its fallback, lets no exception out, holds no lock, and the
+// driver runs a whole exchange afterwards. malloc, calloc and realloc, through which operator new,
+// Qt and the library allocate, are replaced here (so no sanitizer build, which replaces them too).
 #include <functional>
 #include <new>
 
@@ -25,25 +22,10 @@ bool failThisAllocation() {
     return allocationsLeft >= 0 && allocationsLeft-- == 0;
 }
 
-}  // namespace
-
-extern "C" void* malloc(size_t size) {
-    return failThisAllocation() ? nullptr : __libc_malloc(size);
-}
-extern "C" void* calloc(size_t count, size_t size) {
-    return failThisAllocation() ? nullptr : __libc_calloc(count, size);
-}
-extern "C" void* realloc(void* p, size_t size) {
-    return failThisAllocation() ? nullptr : __libc_realloc(p, size);
-}
-
-namespace {
-
 class AllocFailureTest : public DriverTest {
 protected:
-    // Runs `call` with its Nth allocation failing, for N = 0, 1, ... until it runs through
-    // without reaching the failure; `check` judges each failed run. A call that must allocate
-    // fails at least once.
+    // Runs `call` with its Nth allocation failing, N = 0, 1, ..., until it runs through; `check`
+    // judges each run that met the failure.
     void exhaust(const std::function<void()>& setUp, const std::function<void()>& call,
                  const std::function<void()>& check, bool mustAllocate = true) {
         for (long n = 0; n < 10000; ++n) {
@@ -76,9 +58,21 @@ protected:
         }
         ADD_FAILURE() << "the call never ran through";
     }
+
+    int result = -1;  // what the call returned
 };
 
 }  // namespace
+
+extern "C" void* malloc(size_t size) {
+    return failThisAllocation() ? nullptr : __libc_malloc(size);
+}
+extern "C" void* calloc(size_t count, size_t size) {
+    return failThisAllocation() ? nullptr : __libc_calloc(count, size);
+}
+extern "C" void* realloc(void* p, size_t size) {
+    return failThisAllocation() ? nullptr : __libc_realloc(p, size);
+}
 
 TEST_F(AllocFailureTest, SchedulerLeavesTheEntryInPlaceAndSendsNothing) {
     exhaust([&] { driver.writeList.append(writeVar(14, 3, 2, "01010101")); },
@@ -114,19 +108,17 @@ TEST_F(AllocFailureTest, OnceReadRegistrationKeepsWhatItQueued) {
 }
 
 TEST_F(AllocFailureTest, RebuildReturnsWhatItPlanned) {
-    int planned = -1;
     QList<HOSTVAR> tags;
     for (int i = 0; i < 6; ++i) {
         tags.append(cyclicVar(i % 2 ? 14 : 2, QString::number(i * 150), 120));
     }
-    exhaust([] {}, [&] { planned = ReCreatReadVarList(&tags); },
-            [&] { EXPECT_EQ(planned, driver.readList.size()); });
+    exhaust([] {}, [&] { result = ReCreatReadVarList(&tags); },
+            [&] { EXPECT_EQ(result, driver.readList.size()); });
 }
 
 // A read may need no allocation but the text parse's.
 TEST_F(AllocFailureTest, HostReadGivesAnEmptyBufferOrTheValue) {
     QByteArray out;
-    int result = -1;
     const QString address = QString::fromLatin1("7");  // made here: only the driver's fail
     exhaust([&] { setWord(14, 7, 0x1234); },
             [&] { result = GetRegisterData(QString(), 14, address, 1, &out, 3); },
@@ -138,7 +130,6 @@ TEST_F(AllocFailureTest, HostReadGivesAnEmptyBufferOrTheValue) {
 }
 
 TEST_F(AllocFailureTest, HostWriteKeepsThePiecesIssued) {
-    int result = -1;
     QByteArray values;
     const QString address = QString::fromLatin1("10");
     exhaust(

@@ -1,8 +1,8 @@
-// The host interface of the loaded library: the header's numbers, the driver object at load, the
-// configuration entry points, the helpers no exchange uses, and the copy of a record DataCom
-// hands back.
+// The host interface of the loaded library beyond its exchanges: the header's numbers, the driver
+// object at load, configuration, helpers, the record DataCom hands back, the message handler.
 #include <QtCore/QFile>
 
+#include <fstream>
 #include <regex>
 
 #include "loaded_driver.h"
@@ -15,38 +15,33 @@ namespace k = korvan;
 TEST(LoadedLibrary, ConstructsTheDriverAtLoad) {
     const auto* d = exported<const Communication_Protocol*>("PLC_driver");
     ASSERT_NE(d, nullptr);
-    EXPECT_TRUE(d->comInfo == nullptr && d->requestQueue.isEmpty() && d->stationMap.isEmpty());
-    EXPECT_EQ(d->currentSource, kSourceNone);
+    EXPECT_TRUE(d->comInfo == nullptr && d->requestQueue.isEmpty() && d->stationMap.isEmpty() &&
+                d->currentSource == kSourceNone);
 }
 
 // The header's numbers are binary interface as much as its records: a host compiled against an
 // older header must keep meaning the same thing by each name.
 static_assert(k::kResultRetry == 0 && k::kResultGood == 1 && k::kResultRemoteGood == 100 &&
-                  k::kResultJudgingFailed == 71,
-              "result codes");
-static_assert(k::kFailLocalInvalid == 10 && k::kFailLocalSilent == 40 &&
-                  k::kFailLocalLength == 70 && k::kFailRemoteInvalid == 110 &&
-                  k::kFailRemoteSilent == 140 && k::kFailRemoteLength == 170 &&
-                  k::kFailOwners == 12,
-              "failure bases");
-static_assert(k::kStatusDone == 1 && k::kStatusFailed == 2 && k::kErrorFlag == 1,
-              "callback arguments");
-static_assert(k::kDirectionRead == 0 && k::kDirectionWrite == 1 && k::kMarkBitOfWordRead == -1 &&
-                  k::kReplyAnyLength == -1 && k::kReplyNone == 0 && k::kCyclicOwnerId == 0 &&
-                  k::kCyclicItemId == -1,
-              "record fields");
+                  k::kResultJudgingFailed == 71 && k::kFailLocalInvalid == 10 &&
+                  k::kFailLocalSilent == 40 && k::kFailLocalLength == 70 &&
+                  k::kFailRemoteInvalid == 110 && k::kFailRemoteSilent == 140 &&
+                  k::kFailRemoteLength == 170 && k::kFailOwners == 12,
+              "result codes and failure bases");
+static_assert(k::kStatusDone == 1 && k::kStatusFailed == 2 && k::kErrorFlag == 1 &&
+                  k::kDirectionRead == 0 && k::kDirectionWrite == 1 &&
+                  k::kMarkBitOfWordRead == -1 && k::kReplyAnyLength == -1 && k::kReplyNone == 0 &&
+                  k::kCyclicOwnerId == 0 && k::kCyclicItemId == -1,
+              "callback arguments and record fields");
 static_assert(k::kWriteImageOnly == 0 && k::kWriteToPlc == 2 && k::kScanDone == 1 &&
-                  k::kMaxUnitsCap == 100,
-              "port record");
-static_assert(k::kStationOff == 0 && k::kStationOn == 1 && k::kAllStations == -1 &&
-                  k::kOnceReadPlanned == 0 && k::kOnceReadVerbatim == 1 && k::kListCapacity == 2048,
-              "entry point arguments and lists");
+                  k::kMaxUnitsCap == 100 && k::kStationOff == 0 && k::kStationOn == 1 &&
+                  k::kAllStations == -1 && k::kOnceReadPlanned == 0 && k::kOnceReadVerbatim == 1 &&
+                  k::kListCapacity == 2048,
+              "port record, entry point arguments and lists");
 static_assert(k::kAreaFirstBit == 0 && k::kAreaLastOctal == 1 && k::kAreaLastBit == 13 &&
-                  k::kAreaFirstWord == 14 && k::kAreaLastWord == 28 && k::kAreaBitOfWord == 29,
-              "areas");
-static_assert(k::kAddressInvalid == -1 && k::kAddressNotParsed == 0 && k::kReadDone == 1 &&
+                  k::kAreaFirstWord == 14 && k::kAreaLastWord == 28 && k::kAreaBitOfWord == 29 &&
+                  k::kAddressInvalid == -1 && k::kAddressNotParsed == 0 && k::kReadDone == 1 &&
                   k::kFinished == 1,
-              "entry point results");
+              "areas and entry point results");
 
 // failureCode and failureBase, as a host compiled against the header has them: every owner
 // outside 0..11 shares base + 1, and a code outside a base's twelve is no failure.
@@ -68,8 +63,7 @@ TEST(HostHeader, FailureCodesAndTheirBases) {
     EXPECT_EQ(k::kResultJudgingFailed, k::failureCode(k::kFailLocalLength, 0));
 }
 
-// SetComInfo caps the block length from above only and clears two words. The address texts of
-// the loaded library are those of StringAddressToInt, which has its own tests.
+// SetComInfo caps the block length from above only and clears two words.
 TEST_F(HostInterface, ConfigurationEntryPoints) {
     for (int given : {250, k::kMaxUnitsCap + 1, k::kMaxUnitsCap, 7, 0, -5}) {
         ComInfo port;
@@ -87,9 +81,8 @@ TEST_F(HostInterface, ConfigurationEntryPoints) {
     EXPECT_EQ(PLCAddressChangeIntef(1, QString::fromLatin1("17")), 15);
 }
 
-// The check values at their edges (the CRC and the sum are also checked in every frame that
-// carries them), and the digit helpers, which have no range test: a value is offset by one of
-// two constants.
+// The check values at their edges (every frame checks the CRC and the sum too), and the digit
+// helpers, which have no range test: a value is offset by one of two constants.
 TEST_F(HostInterface, ChecksumsAndDigits) {
     std::vector<unsigned char> ff(300, 0xFF);
     unsigned char one[] = {0x01}, halves[] = {0x80, 0x80}, three[] = {0x12, 0x34, 0x56};
@@ -113,16 +106,15 @@ TEST_F(HostInterface, PassRetValueCopiesEverythingButThePayload) {
                                v.nameText, v.addressText, v.area, v.address, v.station, v.count,
                                v.mark, v.extra);
     };
-    RW_VAR from = owned(var(k::kAreaBitOfWord, 163, 1, 9), 1, 2, 5);
-    from.direction = 3;
+    RW_VAR from = owned(writeVar(k::kAreaBitOfWord, 163, 1, "AB", 9), 1, 2, 5);
     from.remoteMode = 4;
     from.result = 6;
     from.nameText = QString::fromLatin1("name");
     from.addressText = QString::fromLatin1("10.3");
     from.mark = k::kMarkBitOfWordRead;
     from.extra = 7;
-    from.data = QByteArray("payload");
-    RW_VAR to = writeVar(0, 0, 0, "01");
+    RW_VAR to = var(0, 0, 0);
+    to.data = "01";
     passRetValue(from, to);
     EXPECT_EQ(fields(to), fields(from));
     EXPECT_TRUE(to.data.isEmpty());
@@ -159,18 +151,16 @@ TEST_F(HostInterface, MemberOperationsNormaliseBitAddresses) {
               std::vector<int>({14, 14, 0, -3}));
 }
 
-// A host that installs the driver's handler gets its messages appended to the log file, one
-// stamped line each (milliseconds without leading zeros under either Qt major).
+// A host that installs the driver's handler gets its messages appended to the log, one stamped
+// line each.
 TEST_F(HostInterface, MessageHandlerAppendsStampedLines) {
-    QFile log(QString::fromLatin1("/tmp/debug.log"));
-    ASSERT_TRUE(log.open(QIODevice::WriteOnly));
-    log.write("earlier\n");
-    log.close();
+    std::ofstream("/tmp/debug.log") << "earlier\n";
     const QtMsgHandler previous = qInstallMsgHandler(customMessageHandler);
     qDebug("panel %d started", 7);
     qInstallMsgHandler(previous);
     customMessageHandler(QtFatalMsg, "line one");  // fatal is logged and the handler returns
     customMessageHandler(QtWarningMsg, nullptr);
+    QFile log(QString::fromLatin1("/tmp/debug.log"));
     ASSERT_TRUE(log.open(QIODevice::ReadOnly));
     const QList<QByteArray> lines = log.readAll().split('\n');
     ASSERT_EQ(lines.size(), 5);  // the earlier line, three new ones, the final newline

@@ -1,7 +1,6 @@
-// The library as a runtime loads it: once per port, a private copy of the file loaded RTLD_LOCAL,
-// each copy with its own driver object, lists and register image, and only the process's one Qt
-// shared; and loaded and unloaded again and again, each load starting from a freshly constructed
-// driver (the ASan suite's LeakSanitizer checks that unloading releases what it held).
+// The library as a runtime loads it: a private copy per port, loaded RTLD_LOCAL, sharing only the
+// process's Qt; and loaded and unloaded again and again (LeakSanitizer, in the ASan suite, checks
+// that unloading releases what it held).
 #include <dlfcn.h>
 #include <stdlib.h>
 
@@ -18,46 +17,36 @@ namespace {
 constexpr int kPorts = 4;
 
 // The library, or a private copy of its file (in a folder of its own, removed at once: a loaded
-// copy stays mapped), with every export resolved in it alone; unloaded as it goes. As port
-// `port` it has its own PLC, serving station port + 1 with words that carry the port, so that
-// values read through the wrong copy show.
+// copy stays mapped), with every export resolved in it alone. As port `port` its own PLC serves
+// station port + 1 with words that carry the port, so that values read through another copy show.
 class Library {
 public:
     explicit Library(bool privateCopy) {
-        std::filesystem::path path(KORVAN_LIBRARY_PATH);
-        std::string folder =
-            (std::filesystem::temp_directory_path() / "korvan_copy.XXXXXX").string();
-        if (privateCopy && mkdtemp(folder.data()) != nullptr) {
-            const std::filesystem::path copy = std::filesystem::path(folder) / path.filename();
-            std::filesystem::copy_file(path, copy);
-            path = copy;
+        std::string path = KORVAN_LIBRARY_PATH;
+        char folder[] = "/tmp/korvan_copy.XXXXXX";
+        if (privateCopy && mkdtemp(folder) != nullptr) {
+            path = folder + std::string("/copy.so");
+            std::filesystem::copy_file(KORVAN_LIBRARY_PATH, path);
         }
-        handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+        handle_.reset(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
         EXPECT_NE(handle_, nullptr) << dlerror();
         if (privateCopy) {
             std::filesystem::remove_all(folder);
         }
 #define KORVAN_RESOLVE(name) \
-    name = reinterpret_cast<decltype(&::name)>(dlsym(handle_, ::symbolOf(#name).c_str()));
+    name = reinterpret_cast<decltype(&::name)>(dlsym(handle_.get(), ::symbolOf(#name).c_str()));
         KORVAN_EXPORTED_FUNCTIONS(KORVAN_RESOLVE)
 #undef KORVAN_RESOLVE
-        driver = static_cast<Communication_Protocol*>(dlsym(handle_, "PLC_driver"));
+        driver = static_cast<Communication_Protocol*>(dlsym(handle_.get(), "PLC_driver"));
+        EXPECT_NE(driver, nullptr);
     }
-    ~Library() {
-        if (handle_ != nullptr) {
-            dlclose(handle_);
-        }
-    }
-
-    // Block length `maxUnits`, writing through to the PLC, `words` words of area 14 read from
-    // address 0 cyclically.
+    // Block length `maxUnits`, writing through, `words` words of area 14 from 0 read cyclically.
     void configure(int port, int maxUnits, int words, const QString& zero) {
         plc = std::make_unique<plcsim::PlcModel>(std::set<int>{port + 1});
         plc->setFill([port](int, int, std::uint32_t a) { return fillOf(port, a); });
+        info = portRecord();
         info.maxUnits = maxUnits;
         info.defaultStation = port + 1;
-        info.retryLimit = 2;
-        info.portId = 1;
         info.writeMode = korvan::kWriteToPlc;
         SetComInfo(&info);
         QList<HOSTVAR> cyclic{cyclicVar(14, zero, words, port + 1)};
@@ -66,7 +55,6 @@ public:
     static quint16 fillOf(int port, std::uint32_t address) {
         return static_cast<quint16>((port + 1) << 12 | address);
     }
-    // One polling round: the result code, or -1 when nothing was due.
     int poll() {
         Protocol* p = ComCommunication();
         if (p == nullptr) {
@@ -90,13 +78,12 @@ public:
     std::unique_ptr<plcsim::PlcModel> plc;
 
 private:
-    void* handle_ = nullptr;
+    std::unique_ptr<void, int (*)(void*)> handle_{nullptr, dlclose};
 };
 
-// Port `port` as a runtime sets it up: a block length of 100, a cyclic read of words 0..3, a
-// write of word 100, a once-read of word 200, station 10 + port switched off. Polled six rounds
-// (the write, the once-read, cyclic reads), its write lands in its own PLC, it reads that PLC's
-// words and it has its own station switched off alone.
+// Port `port` with a cyclic read of words 0..3, a write of word 100, a once-read of word 200 and
+// station 10 + port switched off, polled six rounds: its write lands in its own PLC, it reads that
+// PLC's words, and only its own station is off.
 void runPort(Library& lib, int port) {
     const int station = port + 1;
     lib.configure(port, 100, 4, QString::fromLatin1("0"));
@@ -119,25 +106,20 @@ void runPort(Library& lib, int port) {
 
 }  // namespace
 
-// Copies of ports 1..3 each run as their port, then the library itself is loaded, run as port 0
-// and unloaded a hundred times beside them: each load starts from nothing the last one left, and
-// the copies' images stay as they were. Unloading really releases the library, as nothing else in
-// this process holds it. Qt is loaded once per process, whatever copies use it: its message
-// handler, for one, is the process's, so that installing one copy's log handler replaces
-// another's.
+// Copies run as ports 1..3, then the library itself is loaded, run as port 0 and unloaded a
+// hundred times beside them: each load starts afresh, the copies' images stay as they were, and
+// unloading releases the library. Installing one copy's message handler replaces another's.
 TEST(SeveralCopies, EachPortsCopyKeepsItsOwnStateAcrossAHundredLoads) {
     std::vector<std::unique_ptr<Library>> copies;
     std::vector<QHash<quint64, quint16>> images;
     for (int port = 1; port < kPorts; ++port) {
         copies.push_back(std::make_unique<Library>(true));
-        ASSERT_NE(copies.back()->driver, nullptr);
         runPort(*copies.back(), port);
         images.push_back(copies.back()->driver->registerCache);
     }
     for (int cycle = 0; cycle < 100; ++cycle) {
         SCOPED_TRACE("cycle " + std::to_string(cycle));
         Library lib(false);
-        ASSERT_NE(lib.driver, nullptr);
         EXPECT_EQ(lib.Ethernetcontains(10), 0);
         EXPECT_EQ(lib.word(0, 1), 0);
         runPort(lib, 0);
@@ -155,9 +137,9 @@ TEST(SeveralCopies, EachPortsCopyKeepsItsOwnStateAcrossAHundredLoads) {
     qInstallMsgHandler(original);
 }
 
-// Every copy polled on a thread of its own against its own PLC while a host thread per copy
-// writes, once-reads and reads the image: for 5 s under ThreadSanitizer (which must find
-// nothing), briefly otherwise. Each image ends with only its own PLC's and host's words.
+// Every copy polled on a thread of its own while a host thread per copy writes, once-reads and
+// reads the image, for 5 s under ThreadSanitizer (which must find nothing): each image ends with
+// only its own PLC's and host's words.
 TEST(ConcurrencyOfCopies, PollingAndHostThreadsOfEveryCopy) {
 #if defined(KORVAN_TSAN)
     const auto runFor = std::chrono::seconds(5);
@@ -165,8 +147,8 @@ TEST(ConcurrencyOfCopies, PollingAndHostThreadsOfEveryCopy) {
     const auto runFor = std::chrono::milliseconds(500);
 #endif
     constexpr int kWords = 32;
-    // The host's address texts outlive the run: the driver's copies share their data, and Qt's
-    // reference counts are out of ThreadSanitizer's sight.
+    // The address texts outlive the run: the driver's copies share their data, whose reference
+    // counts Qt changes out of ThreadSanitizer's sight.
     std::vector<QString> texts;
     for (int a = 0; a < kWords; ++a) {
         texts.push_back(QString::number(a));
@@ -174,7 +156,6 @@ TEST(ConcurrencyOfCopies, PollingAndHostThreadsOfEveryCopy) {
     std::vector<std::unique_ptr<Library>> copies;
     for (int port = 0; port < kPorts; ++port) {
         copies.push_back(std::make_unique<Library>(true));
-        ASSERT_NE(copies.back()->driver, nullptr);
         copies.back()->configure(port, 8, kWords, texts[0]);
     }
     std::atomic<bool> stop{false};
