@@ -185,46 +185,42 @@ TEST_F(Polling, RetriesAbandonmentAndRecovery) {
     EXPECT_EQ(results.size(), 2u);  // the write's; cyclic reads are never reported
 }
 
-// A failure code tells the cause, the family and the owner (failureCode). The host's count is
-// checked against the bytes it handed over; a larger buffer is judged on its first `length`.
+// A failure code tells the cause, the family and the head's owner (failureCode). The host's count
+// is checked against the bytes it handed over; a larger buffer is judged on its first `length`.
 TEST_F(Polling, ResultCodesTellCauseFamilyAndOwner) {
     const QByteArray good = withCrc(bytesOf("01 20 02 00 00"));
     const QByteArray padded = good + QByteArray(100, '\xEE');
     using namespace korvan;
-    const int length = kFailLocalLength, remoteInvalid = kFailRemoteInvalid;
-    // owner, judged as remote, reply, its length as the host gives it, code
-    const std::tuple<int, bool, QByteArray, int, int> cases[] = {
+    const int length = kFailLocalLength, silent = kFailLocalSilent, invalid = kFailLocalInvalid;
+    const auto fail = [](int base) { return failureCode(base, 2); };
+    // judged as remote, reply, its length as the host gives it, code
+    const std::tuple<bool, QByteArray, int, int> cases[] = {
         // clang-format off
-        {0, false, good.left(6), 6, failureCode(length, 0)},
-        {3, false, good + 'x', 8, failureCode(length, 3)},
-        {11, false, good.left(6), 6, failureCode(length, 11)},
-        {12, false, good, 6, failureCode(length, 0)},
-        {-1, false, good, 8, failureCode(length, 0)},
-        {0, false, QByteArray(), 0, failureCode(kFailLocalSilent, 0)},
-        {0, false, QByteArray(7, 1), 7, failureCode(kFailLocalInvalid, 0)},
-        {0, true, QByteArray(), 0, failureCode(kFailRemoteSilent, 0)},
-        {0, true, good.left(6), 6, failureCode(kFailRemoteLength, 0)},
-        {0, true, QByteArray(7, 1), 7, failureCode(remoteInvalid, 0)},
-        {0, false, padded, 7, kResultGood},
-        {2, false, good.left(4), 7, failureCode(length, 2)},  // claims 7 bytes, holds 4
-        {2, true, padded, 7, kResultRemoteGood},
+        {false, good.left(6), 6, fail(length)}, {false, good + 'x', 8, fail(length)},
+        {false, good, 6, fail(length)}, {false, good, -1, fail(length)},
+        {false, good.left(4), 7, fail(length)},  // claims 7 bytes, holds 4
+        {false, QByteArray(), 0, fail(silent)}, {false, QByteArray(7, 1), 7, fail(invalid)},
+        {true, QByteArray(), 0, fail(kFailRemoteSilent)},
+        {true, QByteArray(7, 1), 7, fail(kFailRemoteInvalid)},
+        {true, good.left(6), 6, fail(kFailRemoteLength)},
+        {false, padded, 7, kResultGood}, {true, padded, 7, kResultRemoteGood},
         // clang-format on
     };
-    for (const auto& [owner, remote, reply, given, code] : cases) {
+    for (const auto& [remote, reply, given, code] : cases) {
         driver.requestQueue.clear();
-        read_register(owned(var(14, 0, 1), owner, 0));
+        read_register(owned(var(14, 0, 1), 2, 0));
         QByteArray bytes = reply;
         EXPECT_EQ((remote ? DealDataOfRemoteArea : DealDataOfLocalArea)(&bytes, given), code)
-            << owner << " " << hex(reply);
+            << hex(reply) << " " << given;
     }
-    EXPECT_TRUE(DealDataOfLocalArea(nullptr, 7) == failureCode(kFailLocalSilent, 2) &&
-                SwitchErrorReturn(length) == failureCode(length, 2));  // null: none
+    EXPECT_TRUE(DealDataOfLocalArea(nullptr, 7) == fail(silent) &&
+                SwitchErrorReturn(length) == fail(length));  // null: none
     driver.requestQueue.clear();  // nothing queued: no owner, and a kind without a code
     EXPECT_EQ(
         std::vector<int>({DealDataOfRemoteArea(nullptr, 0), SwitchErrorReturn(kFailRemoteSilent),
                           GetDriverReturnValue(2), GetDriverReturnValue(8)}),
-        std::vector<int>({failureCode(remoteInvalid, 0), failureCode(kFailRemoteSilent, 0),
-                          failureCode(kFailLocalSilent, 0), 200}));
+        std::vector<int>({failureCode(kFailRemoteInvalid, 0), failureCode(kFailRemoteSilent, 0),
+                          failureCode(silent, 0), 200}));
 }
 
 // The word read of a bit-in-word write to station 0 passes with any reply of its length; only the
