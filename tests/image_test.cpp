@@ -51,7 +51,6 @@ TEST_F(RegisterImage, ReadRepliesAreStoredOrCompleteBitOfWordWrites) {
     AddListWriteVar(&clearing);
     const char* const cases[][4] = {
         // bit, value, word read, the write completed
-        {"163", "01", "00 00", "01 21 80 00 00 0A 00 01 02 00 08 92 21"},
         {"163", "01", "00 10", "01 21 80 00 00 0A 00 01 02 00 18 93 ED"},
         {"164", "00", "00 10", "01 21 80 00 00 0A 00 01 02 00 00 93 E7"},
         {"175", "", "FF FF", "01 21 80 00 00 0A 00 01 02 7F FF F3 97"},  // empty clears too

@@ -176,8 +176,7 @@ protected:
         d.stationMap.clear();
         d.retVar = RW_VAR();
         d.currentSource = kSourceNone;
-        d.writeBurst = d.onceBurst = d.scanCount = 0;
-        d.commFailed = 0;
+        d.writeBurst = d.onceBurst = d.scanCount = d.commFailed = 0;
         d.registerCache.clear();
         results.clear();
         errors.clear();
