@@ -49,11 +49,9 @@ TEST_F(Lists, PlainAppendsAndTheWriteListCap) {
 }
 
 // The normalising once-read mode parses, takes the port's station unless stations are
-// per-variable, converts bits to words, splits by the block length (below 1 counts as 1) and
-// skips pieces already queued for the same host item, port, station and words, whatever their
-// texts and payload. A text that does not parse gives 0, as does a station of 0; a count below
-// 1 adds nothing. The caller's record ends as if every piece had been offered, also once the
-// list is full.
+// per-variable, converts bits to words, splits by the block length (below 1 counts as 1) and skips
+// pieces queued for the same host item, port, station and words. A bad text or station 0 gives 0;
+// the caller's record ends as if every piece had been offered, also once the list is full.
 TEST_F(Lists, NormalisingOnceReads) {
     RW_VAR v = hostVar(20, "0", 250);
     v.mark = v.extra = 7;
@@ -97,14 +95,11 @@ TEST_F(Lists, NormalisingOnceReads) {
     EXPECT_EQ(addOnce(hostVar(14, "5", 1)), korvan::kAddressNotParsed);
 }
 
-// A variable joins the block when it starts fewer than max words after the block's first word,
-// whatever the gap; a block never exceeds max, and a longer variable is cut into blocks of max.
-// Variables asking for no word neither open nor stretch a block. A block length of 1 only folds
-// equal addresses, into the longest; below 1 it counts as 1. BitVarReCreat groups one bucket
-// behind what readList holds: its first variable opens a block even inside the last one there.
-// Blocks come by station, then area (29 shares area 14), whatever the host's order, each bucket in
-// address order. Texts that do not parse, stations that resolve to 0 and variables that ask for
-// no word are left out; without per-variable stations every variable takes the port's station.
+// A variable joins the block when it starts fewer than max words after the block's first word; a
+// block never exceeds max, a longer variable is cut into blocks of max, one of no words neither
+// opens nor stretches a block, and equal addresses fold into the longest. BitVarReCreat appends:
+// its first variable opens a block even inside readList's last. Blocks come by station, then area
+// (29 shares 14), then address; bad texts, station 0 and no words are left out.
 TEST_F(Lists, GroupingAndPlanningBlocks) {
     const std::tuple<std::vector<std::pair<int, int>>, int, const char*> cases[] = {
         // bucket (address, count), block length, blocks
@@ -153,9 +148,9 @@ TEST_F(Lists, GroupingAndPlanningBlocks) {
     EXPECT_EQ(listed(driver.readList), "4/1/0+3 4/14/0+10 4/14/10+3 4/14/30+10 4/14/40+7");
 }
 
-// Everything in readList goes, also what AddListReadVar put there. The scan restarts when there
-// is a list to plan, even one of which nothing can be read. Entries are reads of the port that
-// belong to no host item and carry the texts of the variable that opened them.
+// The rebuild replaces readList and restarts the scan when there is a list to plan, even one of
+// which nothing can be read. Its entries are the port's, of no host item, with the texts of the
+// variable that opened them.
 TEST_F(Lists, RebuildReplacesTheListAndRestartsTheScan) {
     RW_VAR stale = hostVar(14, "3", 1);
     AddListReadVar(&stale);
@@ -182,8 +177,7 @@ TEST_F(Lists, RebuildReplacesTheListAndRestartsTheScan) {
               QString::fromLatin1("level35a"));
 }
 
-// Bubble_Sort gives the order of an exchange sort on a strict compare: equal addresses keep their
-// order.
+// Bubble_Sort sorts as an exchange sort on a strict compare: equal addresses keep their order.
 TEST_F(Lists, BubbleSortKeepsEqualAddressesInOrder) {
     QList<RW_VAR> list;
     for (int i = 0; i < 40; ++i) {

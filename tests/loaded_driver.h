@@ -1,6 +1,5 @@
-// The driver as the tests reach it: the built library loaded once with dlopen, as a host loads
-// it, and every exported function resolved by its symbol into a fixture member of the same name,
-// so that a test body reads like host code while every call goes into the loaded library.
+// The built library loaded once with dlopen, as a host loads it, each exported function resolved
+// into a fixture member of its name: test bodies read like host code calling the loaded library.
 #ifndef KORVAN_TESTS_LOADED_DRIVER_H
 #define KORVAN_TESTS_LOADED_DRIVER_H
 
@@ -43,8 +42,7 @@
     X(customMessageHandler)
 // clang-format on
 
-// The symbol of an exported name in driver/exported_symbols.txt: the demangled symbol up to its
-// argument list, or the symbol itself for the extern "C" entry points and the globals.
+// The symbol in driver/exported_symbols.txt whose demangled name (up to its arguments) is `name`.
 inline const std::string& symbolOf(const std::string& name) {
     static const std::map<std::string, std::string> byName = [] {
         std::map<std::string, std::string> names;
@@ -63,8 +61,7 @@ inline const std::string& symbolOf(const std::string& name) {
     return it != byName.end() ? it->second : unknown;
 }
 
-// The exported symbol of the library, loaded once as a host loads it, as a typed pointer; a missing
-// one fails the test.
+// An exported symbol as a typed pointer; a missing one fails the test.
 template <typename T>
 T exported(const char* symbol) {
     static void* const library = dlopen(KORVAN_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
@@ -95,8 +92,8 @@ inline QByteArray withCrc(QByteArray frame) {
     return frame.append(static_cast<char>(crc & 0xFF)).append(static_cast<char>(crc >> 8));
 }
 
-// A list record of the local port; a write record carrying `data` (hex); a record as a host
-// registers it, with an address text; an entry of the host's cyclic list.
+// Records of the local port: a read, a write of `data` (hex), one with an address text as a host
+// registers it; and an entry of the host's cyclic list.
 inline RW_VAR var(int area, int address, int count, int station = 1) {
     RW_VAR v;
     v.port = 1;
@@ -135,7 +132,6 @@ inline HOSTVAR cyclicVar(int area, const QString& address, int count, int statio
     return h;
 }
 
-// Block length 100, station 1, two retries, port 1, host tag 77.
 inline ComInfo portRecord() {
     ComInfo info;
     info.maxUnits = 100;
@@ -150,12 +146,12 @@ inline ComInfo portRecord() {
 // {list size, ownerId, flag}.
 typedef std::vector<std::array<int, 4>> ResultCalls;
 typedef std::vector<std::array<int, 3>> ErrorCalls;
-// The register image: words keyed by station (bits 56..63), cache area (48..55) and address.
+// The register image: words keyed by station (bits 56..63), area (48..55) and address.
 typedef std::map<quint64, quint16> Image;
 
-// The loaded driver put back into its just-loaded state for each test, with a port record of
-// block length 100, station 1, two retries, local port 1, and recording callbacks; and a PLC
-// model of stations 1..3 to answer its frames.
+// The loaded driver in its just-loaded state for each test, with a port record of block length
+// 100, station 1, two retries, port 1, host tag 77, recording callbacks, and a PLC model of
+// stations 1..3.
 #define KORVAN_RESOLVE(name) \
     decltype(&::name) name = exported<decltype(&::name)>(symbolOf(#name).c_str());
 class DriverTest : public ::testing::Test {
@@ -180,8 +176,7 @@ protected:
         d.stationMap.clear();
         d.retVar = RW_VAR();
         d.currentSource = kSourceNone;
-        d.writeBurst = d.onceBurst = d.scanCount = 0;
-        d.commFailed = 0;
+        d.writeBurst = d.onceBurst = d.scanCount = d.commFailed = 0;
         d.registerCache.clear();
         results.clear();
         errors.clear();
@@ -204,7 +199,6 @@ protected:
         }
         return out;
     }
-    // A word of the image, keyed by station, area and address.
     static quint64 key(int area, qint64 address, int station = 1) {
         return quint64(station) << 56 | quint64(area) << 48 | quint64(address);
     }
@@ -241,8 +235,7 @@ protected:
         return codes;
     }
 
-    // A host read of the image into a buffer that held something before; its result goes to
-    // readResult.
+    // A host read into a buffer that held something before; its result goes to readResult.
     QByteArray read(int area, const char* address, int count, int station = 1) {
         QByteArray buffer("previous");
         readResult =

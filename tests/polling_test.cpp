@@ -4,6 +4,13 @@
 
 namespace {
 
+const int good = korvan::kResultGood, remoteGood = korvan::kResultRemoteGood,
+          retry = korvan::kResultRetry, done = korvan::kStatusDone, failed = korvan::kStatusFailed;
+// The code of a local request of `owner` abandoned for want of a reply.
+int missed(int owner) {
+    return korvan::failureCode(korvan::kFailLocalSilent, owner);
+}
+
 class Polling : public DriverTest {
 protected:
     // The source of every exchange started until nothing is due (at most 41), answered well:
@@ -12,7 +19,7 @@ protected:
         std::string started;
         while (started.size() <= 40 && ComCommunication() != nullptr) {
             started += "RWO"[driver.currentSource];
-            EXPECT_EQ(poll(), korvan::kResultGood);
+            EXPECT_EQ(poll(), good);
         }
         return started;
     }
@@ -20,19 +27,17 @@ protected:
 
 }  // namespace
 
-// Each kind of exchange from its list to the PLC and back: every frame sent, the codes DataCom
-// gives, the image afterwards and the host's callbacks. Another port's variables (port 2) are
-// judged as remote: good is 100, data are not stored and once-reads not reported. In remote mode
-// this port's variables go out as remote frames and are judged as local.
+// Each kind of exchange from its list to the PLC and back. Another port's variables (port 2) are
+// judged as remote: good is 100, data are not stored, once-reads not reported. In remote mode this
+// port's variables go out as remote frames and are judged as local.
 TEST_F(Polling, EachKindOfExchangeAgainstThePlc) {
     plc.setWord(1, 0x80, 100, 0x1234);
     plc.setWord(1, 0x80, 101, 0x5678);
     plc.setWord(1, 0x03, 3, 0x8001);  // bits 48 and 63 of area 2
     plc.setWord(1, 0x80, 10, 0x0100);
-    const int good = korvan::kResultGood, remoteGood = korvan::kResultRemoteGood,
-              done = korvan::kStatusDone, bitOfWord = korvan::kAreaBitOfWord;
-    // list (0 cyclic reads, 1 writes, 2 once-reads), remote mode, the entry, every frame sent,
-    // DataCom's codes, the image afterwards, the host's callbacks
+    const int bitOfWord = korvan::kAreaBitOfWord;
+    // list (cyclic reads, writes, once-reads), remote mode, entry, frames sent, DataCom's codes,
+    // the image afterwards, the host's callbacks
     // clang-format off
     const std::tuple<int, int, RW_VAR, const char*, std::vector<int>, Image, ResultCalls> cases[] = {
         {0, 0, var(14, 100, 2), "01 20 80 00 00 64 00 02 7F DB",
@@ -77,8 +82,7 @@ TEST_F(Polling, EachKindOfExchangeAgainstThePlc) {
         EXPECT_EQ(poll(), -1);
     }
     EXPECT_EQ(plc.word(1, 0x80, 50), 0x1234);
-    // Every area the driver reads, in either family, the PLC answers from that area's words: the
-    // driver's and the PLC's codes of the areas agree.
+    // The driver's and the PLC's codes of every area agree, in either family.
     for (int area = 0; area < bitOfWord; ++area) {
         SCOPED_TRACE(area);
         plc.setWord(1, plcsim::PlcModel::areaCodeOfIndex(area), 7,
@@ -93,8 +97,8 @@ TEST_F(Polling, EachKindOfExchangeAgainstThePlc) {
     }
 }
 
-// Writes first, then once-reads, at most five of each in a row, then one cyclic read, which lets
-// both bursts start again; with nothing due the bursts restart and the scan counts as done.
+// Writes, then once-reads, at most five of each in a row, then one cyclic read, after which both
+// bursts start again; with nothing due the bursts restart and the scan counts as done.
 TEST_F(Polling, SchedulerOrderAndBursts) {
     driver.writeBurst = 3;
     driver.onceBurst = 5;
@@ -115,13 +119,12 @@ TEST_F(Polling, SchedulerOrderAndBursts) {
     SetComInfo(nullptr);  // without a port record nothing is planned or judged
     driver.readList.append(var(14, 0, 1));
     EXPECT_EQ(ComCommunication(), nullptr);
-    EXPECT_EQ(DataCom(nullptr, 0)->result, korvan::kResultGood);
+    EXPECT_EQ(DataCom(nullptr, 0)->result, good);
 }
 
-// Stations are switched off and on in one map behind both entry points; a negative station
-// clears it, enable values other than 0 and 1 change nothing. Writes and once-reads of a
-// switched-off station are dropped without a callback; cyclic reads stay and are rotated past,
-// once around at most.
+// One map of switched-off stations behind both entry points; a negative station clears it, other
+// values than 0 and 1 change nothing. A switched-off station's writes and once-reads are dropped
+// without a callback; its cyclic reads are rotated past, once around at most.
 TEST_F(Polling, SwitchedOffStations) {
     const auto off = [this] {
         return std::vector<int>({Ethernetcontains(2), Ethernetcontains(3), Ethernetcontains(5),
@@ -139,7 +142,7 @@ TEST_F(Polling, SwitchedOffStations) {
     driver.writeList << writeVar(14, 0, 1, "00 00", 2) << writeVar(14, 9, 1, "00 00");
     driver.onceReadList.append(var(14, 0, 1, 2));
     driver.readList << var(14, 1, 1, 2) << var(14, 2, 1, 3) << var(14, 3, 1, 3);
-    EXPECT_EQ(run(2), (std::vector<int>{korvan::kResultGood, korvan::kResultGood}));
+    EXPECT_EQ(run(2), (std::vector<int>{good, good}));
     EXPECT_EQ(hex(sent[0].mid(5, 1) + sent[1].mid(5, 1)), "09 02");  // address bytes
     EXPECT_TRUE(results.size() == 1 && driver.writeList.isEmpty() && driver.onceReadList.isEmpty());
     EnCommStation(3, korvan::kStationOff);
@@ -149,14 +152,11 @@ TEST_F(Polling, SwitchedOffStations) {
     EXPECT_TRUE(request(0).var.address == 3 && driver.readList.first().address == 3);
 }
 
-// The scan is done once more exchanges completed than readList holds. A bad reply is offered
-// again until the retries are spent; then the exchange is abandoned with the code of its last
-// failure, the host hears of it through both callbacks, the scan starts again, and the link
-// counts as failed until the next good reply. A cyclic read rotates to the end either way.
+// The scan is done once more exchanges completed than readList holds. A bad reply is retried until
+// the retries are spent, then abandoned with its last failure's code through both callbacks; the
+// scan restarts and the link counts as failed until the next good reply.
 TEST_F(Polling, RetriesAbandonmentAndRecovery) {
-    const int good = korvan::kResultGood, retry = korvan::kResultRetry, flag = korvan::kErrorFlag,
-              silent0 = korvan::failureCode(korvan::kFailLocalSilent, korvan::kCyclicOwnerId),
-              silent5 = korvan::failureCode(korvan::kFailLocalSilent, 5);
+    const int flag = korvan::kErrorFlag;
     driver.retVar.ownerId = 9;
     EXPECT_TRUE(DataCom(nullptr, 5)->result == good && driver.retVar.ownerId == 9);  // none queued
     driver.readList << var(14, 100, 2) << var(14, 500, 1);
@@ -170,7 +170,7 @@ TEST_F(Polling, RetriesAbandonmentAndRecovery) {
     plcsim::Faults silent;
     silent.silentStations = {1};
     plc.setFaults(silent);
-    EXPECT_EQ(run(3), (std::vector<int>{retry, retry, silent0}));
+    EXPECT_EQ(run(3), (std::vector<int>{retry, retry, missed(korvan::kCyclicOwnerId)}));
     EXPECT_TRUE(sent[3] == sent[4] && sent[4] == sent[5] && driver.requestQueue.isEmpty());
     EXPECT_EQ(std::vector<int>({driver.commFailed, info.retryCount, info.scanDone,
                                 driver.readList.last().address}),
@@ -178,8 +178,8 @@ TEST_F(Polling, RetriesAbandonmentAndRecovery) {
     info.writeMode = korvan::kWriteToPlc;
     EXPECT_EQ(write(14, "4", "08 00", 1, 5, 6), 1);
     EXPECT_EQ(hex(read(14, "4", 1)), "08 00");  // shown at once while the link is down
-    EXPECT_EQ(run(3), (std::vector<int>{retry, retry, silent5}));
-    EXPECT_EQ(results, (ResultCalls{{77, 5, 6, korvan::kStatusFailed}}));
+    EXPECT_EQ(run(3), (std::vector<int>{retry, retry, missed(5)}));
+    EXPECT_EQ(results, (ResultCalls{{77, 5, 6, failed}}));
     EXPECT_EQ(errors, (ErrorCalls{{0, korvan::kCyclicOwnerId, flag}, {0, 5, flag}}));
 
     plc.setFaults(plcsim::Faults());
@@ -189,55 +189,47 @@ TEST_F(Polling, RetriesAbandonmentAndRecovery) {
     EXPECT_EQ(results.size(), 2u);  // the write's; cyclic reads are never reported
 }
 
-// A failure code tells the cause (validation 10, nothing received 40, wrong length 70), the
-// family (remote: + 100) and, for owners 0..11, the owner: base + owner + 1; others base + 1.
-// The host's count is checked against the bytes it handed over, and a larger buffer is judged
-// on its first `length` bytes.
+// A failure code tells the cause, the family and the head's owner (failureCode). The host's count
+// is checked against the bytes it handed over; a larger buffer is judged on its first `length`.
 TEST_F(Polling, ResultCodesTellCauseFamilyAndOwner) {
-    const QByteArray good = withCrc(bytesOf("01 20 02 00 00"));
-    const QByteArray padded = good + QByteArray(100, '\xEE');
-    using korvan::failureCode;
-    const int invalid = korvan::kFailLocalInvalid, silent = korvan::kFailLocalSilent,
-              length = korvan::kFailLocalLength, remoteInvalid = korvan::kFailRemoteInvalid,
-              remoteSilent = korvan::kFailRemoteSilent, remoteLength = korvan::kFailRemoteLength;
-    // owner, judged as remote, reply, its length as the host gives it, code; owners beyond
-    // 0..11 share owner 0's
-    const std::tuple<int, bool, QByteArray, int, int> cases[] = {
+    const QByteArray goodReply = withCrc(bytesOf("01 20 02 00 00"));
+    const QByteArray padded = goodReply + QByteArray(100, '\xEE');
+    using namespace korvan;
+    const int length = kFailLocalLength;
+    const auto fail = [](int base) { return failureCode(base, 2); };
+    // judged as remote, reply, its length as the host gives it, code
+    const std::tuple<bool, QByteArray, int, int> cases[] = {
         // clang-format off
-        {0, false, good.left(6), 6, failureCode(length, 0)},
-        {3, false, good + 'x', 8, failureCode(length, 3)},
-        {11, false, good.left(6), 6, failureCode(length, 11)},
-        {12, false, good, 6, failureCode(length, 0)},
-        {-1, false, good, 8, failureCode(length, 0)},
-        {0, false, QByteArray(), 0, failureCode(silent, 0)},
-        {0, false, QByteArray(7, 1), 7, failureCode(invalid, 0)},
-        {0, true, QByteArray(), 0, failureCode(remoteSilent, 0)},
-        {0, true, good.left(6), 6, failureCode(remoteLength, 0)},
-        {0, true, QByteArray(7, 1), 7, failureCode(remoteInvalid, 0)},
-        {0, false, padded, 7, korvan::kResultGood},
-        {2, false, good.left(4), 7, failureCode(length, 2)},  // claims 7 bytes, holds 4
-        {2, true, padded, 7, korvan::kResultRemoteGood},
+        {false, goodReply.left(6), 6, fail(length)}, {false, goodReply + 'x', 8, fail(length)},
+        {false, goodReply, 6, fail(length)}, {false, goodReply, -1, fail(length)},
+        {false, goodReply.left(4), 7, fail(length)},  // claims 7 bytes, holds 4
+        {false, QByteArray(), 0, fail(kFailLocalSilent)},
+        {false, QByteArray(7, 1), 7, fail(kFailLocalInvalid)},
+        {true, QByteArray(), 0, fail(kFailRemoteSilent)},
+        {true, QByteArray(7, 1), 7, fail(kFailRemoteInvalid)},
+        {true, goodReply.left(6), 6, fail(kFailRemoteLength)},
+        {false, padded, 7, kResultGood}, {true, padded, 7, kResultRemoteGood},
         // clang-format on
     };
-    for (const auto& [owner, remote, reply, given, code] : cases) {
+    for (const auto& [remote, reply, given, code] : cases) {
         driver.requestQueue.clear();
-        read_register(owned(var(14, 0, 1), owner, 0));
+        read_register(owned(var(14, 0, 1), 2, 0));
         QByteArray bytes = reply;
         EXPECT_EQ((remote ? DealDataOfRemoteArea : DealDataOfLocalArea)(&bytes, given), code)
-            << owner << " " << hex(reply);
+            << hex(reply) << " " << given;
     }
-    EXPECT_TRUE(DealDataOfLocalArea(nullptr, 7) == failureCode(silent, 2) &&
-                SwitchErrorReturn(length) == failureCode(length, 2));  // null: none
+    EXPECT_TRUE(DealDataOfLocalArea(nullptr, 7) == fail(kFailLocalSilent) &&
+                SwitchErrorReturn(length) == fail(length));  // null: none
     driver.requestQueue.clear();  // nothing queued: no owner, and a kind without a code
-    EXPECT_EQ(std::vector<int>({DealDataOfRemoteArea(nullptr, 0), SwitchErrorReturn(remoteSilent),
-                                GetDriverReturnValue(2), GetDriverReturnValue(8)}),
-              std::vector<int>({failureCode(remoteInvalid, 0), failureCode(remoteSilent, 0),
-                                failureCode(silent, 0), 200}));
+    EXPECT_EQ(
+        std::vector<int>({DealDataOfRemoteArea(nullptr, 0), SwitchErrorReturn(kFailRemoteSilent),
+                          GetDriverReturnValue(2), GetDriverReturnValue(8)}),
+        std::vector<int>({failureCode(kFailRemoteInvalid, 0), failureCode(kFailRemoteSilent, 0),
+                          failureCode(kFailLocalSilent, 0), 200}));
 }
 
-// The word read of a bit-in-word write to station 0, which every PLC hears and none answers,
-// passes with any reply of its length. Only the remote family completes the write frame from such
-// a stray reply; the local family stores it nowhere, and the write goes out as it was built.
+// The word read of a bit-in-word write to station 0 passes with any reply of its length; only the
+// remote family completes the write frame from such a stray reply.
 TEST_F(Polling, AStrayReplyFromStationZeroCompletesABitWordWriteInTheRemoteFamilyAlone) {
     for (const bool remote : {false, true}) {
         driver.requestQueue.clear();
@@ -248,21 +240,18 @@ TEST_F(Polling, AStrayReplyFromStationZeroCompletesABitWordWriteInTheRemoteFamil
         write_analog_bit(write);
         QByteArray stray = withCrc(bytesOf("05 20 02 12 F0"));
         EXPECT_EQ((remote ? DealDataOfRemoteArea : DealDataOfLocalArea)(&stray, stray.size()),
-                  korvan::kResultGood);
+                  good);
         // The written word, high byte first: the stray word with bit 3 set, or as built.
         EXPECT_EQ(hex(request(1).frame.mid(9, 2)), remote ? "12 F8" : "00 00") << remote;
     }
 }
 
-// A local write too long for any frame never reaches the wire: the host hears once that the
-// variable failed, its other pieces go with it, and the line's state stays as it was. The host
-// hears once per host variable that all its pieces are done, and of a failure at once; then the
-// rest of the abandoned variable is purged, with per-variable stations only on its station.
-// Callbacks that were never registered are skipped.
+// A local write too long for any frame is reported failed without reaching the wire, its other
+// pieces with it. The host hears once per host variable that all its pieces are done, or at once
+// of a failure, whose remaining pieces are purged (with per-variable stations, on its station
+// only). Callbacks never registered are skipped.
 TEST_F(Polling, ResultsPerHostVariablePurgesAndWritesTooLong) {
-    const int good = korvan::kResultGood, done = korvan::kStatusDone,
-              failed = korvan::kStatusFailed,
-              silent4 = korvan::failureCode(korvan::kFailLocalSilent, 4);
+    const int silent4 = missed(4);
     info.writeMode = korvan::kWriteToPlc;
     info.maxUnits = 1500;  // raised after SetComInfo: pieces of 3,000 bytes
     info.retryCount = 1;
@@ -276,10 +265,6 @@ TEST_F(Polling, ResultsPerHostVariablePurgesAndWritesTooLong) {
                                 driver.writeList.size(), static_cast<int>(errors.size())}),
               std::vector<int>({0, 1, korvan::kScanDone, 0, 0}));
     EXPECT_EQ(image(), (Image{{key(14, 9), 1}}));  // the refused write is not mirrored
-    results.clear();
-    EXPECT_EQ(write(14, "0", "", 1500, 6, 1), 1);  // alone: nothing at all to send
-    EXPECT_TRUE(poll() == -1 && sent.size() == 1);
-    EXPECT_EQ(results, (ResultCalls{{77, 6, 1, failed}}));
     results.clear();
     const RW_VAR piece = owned(writeVar(14, 0, 1, "00 00"), 4, 8);
     driver.writeList << piece << piece << piece << owned(piece, 4, 8, 2);  // the last: another port
